@@ -1,0 +1,95 @@
+#!/usr/bin/env bash
+# Sets up what is missing, builds, and runs torvane from this checkout.
+#   ./run.sh demo       a short tour of the package (the default)
+#   ./run.sh test       every test: the C++ tests, then pytest
+#   ./run.sh sanitize   the same tests built with AddressSanitizer and UndefinedBehaviorSanitizer
+#   ./run.sh tsan       the C++ tests built with ThreadSanitizer
+# Needs root (or sudo) only when Debian packages are missing.
+set -euo pipefail
+cd "$(dirname "$0")"
+root=$PWD
+venv=$root/.venv
+python=$venv/bin/python
+
+apt_packages() {
+  local missing=()
+  for package in "$@"; do
+    dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed" || missing+=("$package")
+  done
+  [ ${#missing[@]} -eq 0 ] && return 0
+  echo "installing Debian packages: ${missing[*]}" >&2
+  local sudo=""
+  [ "$(id -u)" -eq 0 ] || sudo=sudo
+  $sudo apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq "${missing[@]}" >/dev/null
+}
+
+system_setup() {
+  local packages=(libgmp-dev libtbb-dev zlib1g-dev libgtest-dev pkg-config)
+  command -v g++ >/dev/null || packages+=(g++)
+  command -v python3 >/dev/null || packages+=(python3)
+  apt_packages "${packages[@]}"
+  # A Python that can make virtual environments and has its headers.
+  if ! python3 -c 'import venv, ensurepip, sysconfig, os, sys
+sys.exit(not os.path.exists(os.path.join(sysconfig.get_paths()["include"], "Python.h")))' 2>/dev/null; then
+    apt_packages python3-dev python3-venv
+  fi
+}
+
+python_setup() {
+  local stamp=$venv/.requirements
+  [ -x "$python" ] || python3 -m venv "$venv"
+  if ! cmp -s tests/requirements.txt "$stamp" 2>/dev/null; then
+    "$python" -m pip install -q --upgrade pip
+    "$python" -m pip install -q -r tests/requirements.txt
+    cp tests/requirements.txt "$stamp"
+  fi
+}
+
+# build DIR [cmake options...]: configures once, then builds what changed.
+build() {
+  local dir=$1
+  shift
+  if [ ! -f "$dir/build.ninja" ]; then
+    PATH=$venv/bin:$PATH cmake -S "$root" -B "$dir" -G Ninja -DPython_EXECUTABLE="$python" -DTORVANE_TESTS=ON "$@" >/dev/null
+  fi
+  PATH=$venv/bin:$PATH cmake --build "$dir" -j"$(nproc)"
+}
+
+setup() {
+  system_setup
+  python_setup
+  build build/release -DTORVANE_INPLACE=ON
+}
+
+case "${1:-demo}" in
+  demo)
+    setup
+    PYTHONPATH=$root/python exec "$python" -m torvane
+    ;;
+  test)
+    setup
+    build/release/torvane_tests --gtest_brief=1
+    PYTHONPATH=$root/python exec "$python" -m pytest -q tests
+    ;;
+  sanitize)
+    system_setup
+    python_setup
+    build build/asan -DTORVANE_SANITIZE=address,undefined -DCMAKE_BUILD_TYPE=RelWithDebInfo
+    build/asan/torvane_tests --gtest_brief=1
+    module=$(ls build/asan/_native*.so)
+    mkdir -p build/asan/python && cp -r python/torvane build/asan/python/ && cp "$module" build/asan/python/torvane/
+    ASAN_OPTIONS=detect_leaks=0 LD_PRELOAD="$(g++ -print-file-name=libasan.so) $(g++ -print-file-name=libubsan.so)" \
+      PYTHONPATH=$root/build/asan/python exec "$python" -m pytest -q -p no:cacheprovider tests
+    ;;
+  tsan)
+    system_setup
+    python_setup
+    build build/tsan -DTORVANE_SANITIZE=thread -DCMAKE_BUILD_TYPE=RelWithDebInfo
+    exec build/tsan/torvane_tests --gtest_brief=1
+    ;;
+  *)
+    echo "usage: $0 [demo|test|sanitize|tsan]" >&2
+    exit 2
+    ;;
+esac

@@ -1,0 +1,3 @@
+#include <gtest/gtest.h>
+#include "num/polynomial.hpp"
+TEST(Smoke, Builds) { EXPECT_EQ(tv::polynomial_text(tv::QPoly()), "0"); }
