@@ -121,8 +121,8 @@ TEST(Rectangles, BlitReadsTheSourcePixelAtTheSameOffset) {
       for (std::uint32_t px = 0; px < 8; ++px) {
         // The source pixel that lines up with (px, py), if the clipped source rectangle holds it.
         const Wide sx = Wide{at.src_x} + px - at.x, sy = Wide{at.src_y} + py - at.y;
-        const bool from_source = in_span(sx, std::max<Wide>(at.src_x, 0), 5) && in_span(sx, at.src_x, at.src_width) &&
-                                 in_span(sy, std::max<Wide>(at.src_y, 0), 4) && in_span(sy, at.src_y, at.src_height);
+        const bool from_source = in_span(sx, 0, 5) && in_span(sx, at.src_x, at.src_width) && in_span(sy, 0, 4) &&
+                                 in_span(sy, at.src_y, at.src_height);
         const Color old = before.pixel(px, py);
         const Color expected =
             from_source ? blend(old, source.pixel(static_cast<std::uint32_t>(sx), static_cast<std::uint32_t>(sy)), mode)
