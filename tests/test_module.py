@@ -1,0 +1,132 @@
+import os
+import subprocess
+import sys
+import threading
+
+import numpy as np
+import pytest
+
+import torvane as tv
+from torvane import _native
+
+REGISTERED = ["__version__", "PuzzleError", "Fraction", "Real", "Image", "Puzzle", "Shape", "Recipe", "Grip",
+              "PuzzleBatch", "Array", "Layout", "catalog", "polyhedra", "evaluate", "factor_polynomial",
+              "build_many", "render_many", "thread_count", "jumbles", "non_jumbling", "free_threaded"]
+
+
+def test_attributes_are_registered_in_their_fixed_order():
+    present = [name for name in REGISTERED if hasattr(_native, name)]
+    assert _native.__all__ == present
+    assert tv.__all__ == present
+    assert _native.__version__ == "0.1.1"
+    assert _native.free_threaded is True
+
+
+def test_puzzle_error_derives_directly_from_exception():
+    assert tv.PuzzleError.__mro__[1] is Exception
+    assert tv.PuzzleError.__module__ == "torvane._native"
+    assert tv.PuzzleError.__doc__ == "Base class for errors raised by the torvane extension."
+
+
+def test_module_declares_it_needs_no_gil():
+    assert "does not need the global interpreter lock" in _native.__doc__
+    if hasattr(sys, "_is_gil_enabled"):
+        code = "import sys, torvane; print(sys._is_gil_enabled())"
+        result = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True, check=True,
+                                env={**os.environ, "PYTHONPATH": os.pathsep.join(sys.path)})
+        if not sys._is_gil_enabled():
+            assert result.stdout.strip() == "False"
+
+
+def test_docstrings_carry_text_signatures():
+    import inspect
+    assert str(inspect.signature(tv.thread_count)) == "()"
+    assert str(inspect.signature(tv.Fraction)) == "(numerator, denominator=1)"
+    assert "RAYON_NUM_THREADS" in tv.thread_count.__doc__
+
+
+@pytest.mark.parametrize("env, expected", [
+    ({"RAYON_NUM_THREADS": "3"}, 3),
+    ({"RAYON_NUM_THREADS": "junk", "RAYON_RS_NUM_CPUS": "5"}, 5),
+    ({"RAYON_RS_NUM_CPUS": "2"}, 2),
+    ({"RAYON_NUM_THREADS": "0", "RAYON_RS_NUM_CPUS": "5"}, os.cpu_count()),
+])
+def test_thread_count_follows_the_environment(env, expected):
+    clean = {k: v for k, v in os.environ.items() if not k.startswith("RAYON_")}
+    clean["PYTHONPATH"] = os.pathsep.join(sys.path)
+    result = subprocess.run([sys.executable, "-c", "import torvane; print(torvane.thread_count())"],
+                            capture_output=True, text=True, check=True, env={**clean, **env})
+    assert int(result.stdout) == expected
+
+
+def test_thread_count_is_positive_and_fixed():
+    assert tv.thread_count() >= 1
+    assert tv.thread_count() == tv.thread_count()
+
+
+@pytest.mark.parametrize("call, error, message", [
+    (lambda: tv.Fraction(1, 2, 3), TypeError, "Fraction() takes from 1 to 2 positional arguments but 3 were given"),
+    (lambda: tv.Fraction(), TypeError, "Fraction() missing 1 required positional argument: 'numerator'"),
+    (lambda: tv.Fraction(1, numerator=2), TypeError, "Fraction() got multiple values for argument 'numerator'"),
+    (lambda: tv.Fraction(1, scale=2), TypeError, "Fraction() got an unexpected keyword argument 'scale'"),
+    (lambda: tv.Fraction(**{"numerator": 1, "denominator": 2, "x": 3}), TypeError,
+     "Fraction() got an unexpected keyword argument 'x'"),
+    (lambda: tv.thread_count(1), TypeError, "thread_count() takes 0 positional arguments but 1 was given"),
+    (lambda: tv.thread_count(x=1), TypeError, "thread_count() got an unexpected keyword argument 'x'"),
+])
+def test_signature_mismatches_raise_cpythons_errors(call, error, message):
+    with pytest.raises(error) as info:
+        call()
+    assert str(info.value) == message
+    assert not getattr(info.value, "__notes__", None)
+
+
+class Index:
+    def __init__(self, value):
+        self.value = value
+
+    def __index__(self):
+        return self.value
+
+
+@pytest.mark.parametrize("kwargs, error, message, name", [
+    ({"numerator": "3"}, TypeError, "'str' object cannot be interpreted as an integer", "numerator"),
+    ({"numerator": 1.5}, TypeError, "'float' object cannot be interpreted as an integer", "numerator"),
+    ({"numerator": 2**63}, OverflowError, None, "numerator"),
+    ({"numerator": 1, "denominator": -2**64}, OverflowError, None, "denominator"),
+    ({"numerator": None}, TypeError, None, "numerator"),
+    # The first bad argument in declaration order decides, whatever the keyword order.
+    ({"denominator": "x", "numerator": "y"}, TypeError, None, "numerator"),
+])
+def test_conversion_errors_carry_a_note_naming_the_argument(kwargs, error, message, name):
+    with pytest.raises(error) as info:
+        tv.Fraction(**kwargs)
+    if message is not None:
+        assert str(info.value) == message
+    assert info.value.__notes__ == [f"while processing '{name}'"]
+
+
+def test_index_protocol_and_numpy_integers_are_accepted():
+    assert tv.Fraction(Index(6), np.int64(-4)) == tv.Fraction(-3, 2)
+    assert tv.Fraction(True) == tv.Fraction(1)
+
+
+def test_many_threads_use_the_module_at_once():
+    results, errors = [], []
+
+    def work(seed):
+        try:
+            total = tv.Fraction(0)
+            for k in range(1, 200):
+                total = total + tv.Fraction(seed, k * (k + 1))
+            results.append((seed, total))
+        except BaseException as error:  # collected and asserted below
+            errors.append(error)
+
+    threads = [threading.Thread(target=work, args=(s,)) for s in range(1, 9)]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join()
+    assert not errors
+    assert sorted(results, key=lambda r: r[0]) == [(s, tv.Fraction(199 * s, 200)) for s in range(1, 9)]
