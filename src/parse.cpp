@@ -1,0 +1,367 @@
+// The text side of exact expressions: tokeniser, recursive-descent parser and canonical
+// printer.
+//
+// Grammar (operators left-associative except `^`):
+//   expr    := term (("+" | "-") term)*
+//   term    := primary (("*" | "/") primary)*
+//   primary := "-" primary | atom ("^" primary)?
+//   atom    := "(" expr ")" | number | name | name "(" expr ")"
+// The exponent of `^` is a primary, so `2^3^2` is 2^(3^2) and `-2^2` is -(2^2).
+//
+// Printing gives every operator a binding limit and prints each operand with the precedence
+// its side allows; a node is parenthesised only when its context binds tighter than it does.
+// Left operands of "+" and "*" get their own level and right operands one less, which keeps
+// `1+(2+3)` and drops the parentheses of `(1+2)+3`.
+#include "parse.hpp"
+
+#include <algorithm>
+
+namespace tv {
+
+bool operator==(const Expr& a, const Expr& b) { return a.op == b.op && a.value == b.value && a.args == b.args; }
+
+namespace {
+
+// ---- Characters ----------------------------------------------------------------------------
+
+constexpr char32_t kReplacement = 0xFFFD;
+
+// The length of the well-formed UTF-8 sequence at text[i], with its code point in `c`; 0 when
+// no valid sequence starts there (overlong forms, surrogates and values past U+10FFFF count
+// as invalid).
+std::size_t read_utf8(std::string_view text, std::size_t i, char32_t& c) {
+  const auto lead = static_cast<unsigned char>(text[i]);
+  const std::size_t length = lead < 0x80                  ? 1
+                             : lead >= 0xC2 && lead < 0xE0 ? 2
+                             : lead >= 0xE0 && lead < 0xF0 ? 3
+                             : lead >= 0xF0 && lead < 0xF5 ? 4
+                                                           : 0;
+  if (length == 0 || i + length > text.size()) return 0;
+  c = length == 1 ? lead : length == 2 ? lead & 0x1F : length == 3 ? lead & 0x0F : lead & 0x07;
+  for (std::size_t k = 1; k < length; ++k) {
+    const auto next = static_cast<unsigned char>(text[i + k]);
+    if ((next & 0xC0) != 0x80) return 0;
+    c = (c << 6) | (next & 0x3F);
+  }
+  const bool overlong = (length == 3 && c < 0x800) || (length == 4 && c < 0x10000);
+  if (overlong || c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) return 0;
+  return length;
+}
+
+// Code points of UTF-8 text; a byte that starts no valid sequence reads as U+FFFD.
+std::vector<char32_t> decode_utf8(std::string_view text) {
+  std::vector<char32_t> out;
+  out.reserve(text.size());
+  for (std::size_t i = 0; i < text.size();) {
+    char32_t c = 0;
+    const std::size_t length = read_utf8(text, i, c);
+    out.push_back(length > 0 ? c : kReplacement);
+    i += length > 0 ? length : 1;
+  }
+  return out;
+}
+
+std::string encode_utf8(char32_t c) {
+  std::string out;
+  if (c < 0x80) {
+    out += static_cast<char>(c);
+  } else if (c < 0x800) {
+    out += static_cast<char>(0xC0 | (c >> 6));
+    out += static_cast<char>(0x80 | (c & 0x3F));
+  } else if (c < 0x10000) {
+    out += static_cast<char>(0xE0 | (c >> 12));
+    out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+    out += static_cast<char>(0x80 | (c & 0x3F));
+  } else {
+    out += static_cast<char>(0xF0 | (c >> 18));
+    out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
+    out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+    out += static_cast<char>(0x80 | (c & 0x3F));
+  }
+  return out;
+}
+
+// The Unicode White_Space property.
+bool is_white_space(char32_t c) {
+  return (c >= 9 && c <= 13) || c == 32 || c == 0x85 || c == 0xA0 || c == 0x1680 || (c >= 0x2000 && c <= 0x200A) ||
+         c == 0x2028 || c == 0x2029 || c == 0x202F || c == 0x205F || c == 0x3000;
+}
+
+bool is_ascii_letter(char32_t c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_'; }
+bool is_digit(char32_t c) { return c >= '0' && c <= '9'; }
+bool is_operator(char32_t c) { return c == '(' || c == ')' || c == '*' || c == '+' || c == '-' || c == '/' || c == '^'; }
+
+std::string code(std::string_view text) { return "<code>" + std::string(text) + "</code>"; }
+
+Failure too_deep() {
+  return parse_failure("Expression nested too deeply: more than " + std::to_string(kMaxExprDepth) + " levels");
+}
+
+// ---- Tokens --------------------------------------------------------------------------------
+
+struct Token {
+  enum class Kind : std::uint8_t { Operator, Identifier, Number };
+  Kind kind;
+  std::string name;  // the operator character or the identifier
+  Fraction number;
+
+  bool is(char op) const { return kind == Kind::Operator && name[0] == op; }
+  std::string text() const { return kind == Kind::Number ? number.to_string() : name; }
+};
+
+class Tokeniser {
+ public:
+  explicit Tokeniser(std::string_view text) : chars_(decode_utf8(text)) {}
+
+  Result<std::vector<Token>> run() {
+    std::vector<Token> tokens;
+    if (chars_.empty()) return tokens;
+    skip_white_space();
+    while (true) {
+      TV_TRY(Token token, next());
+      tokens.push_back(std::move(token));
+      skip_white_space();
+      if (at_end()) return tokens;
+    }
+  }
+
+ private:
+  bool at_end() const { return i_ == chars_.size(); }
+  void skip_white_space() {
+    while (!at_end() && is_white_space(chars_[i_])) ++i_;
+  }
+
+  Result<Token> next() {
+    // Only a text of white space alone gets here at its end; its first character is the fault.
+    if (at_end()) return unexpected(chars_.front());
+    const char32_t c = chars_[i_];
+    if (is_operator(c)) {
+      ++i_;
+      return Token{Token::Kind::Operator, std::string(1, static_cast<char>(c)), {}};
+    }
+    if (is_ascii_letter(c)) {
+      std::string name;
+      while (!at_end() && (is_ascii_letter(chars_[i_]) || is_digit(chars_[i_]))) name += static_cast<char>(chars_[i_++]);
+      return Token{Token::Kind::Identifier, std::move(name), {}};
+    }
+    if (is_digit(c)) {
+      TV_TRY(Fraction number, read_number());
+      return Token{Token::Kind::Number, {}, std::move(number)};
+    }
+    return unexpected(c);
+  }
+
+  static Failure unexpected(char32_t c) { return parse_failure("Unexpected character " + code(encode_utf8(c))); }
+
+  // Digits, then optionally "." and more digits: (n * 10^k + f) / 10^k in lowest terms. Each
+  // run of digits must fit signed 64 bits; the scaled value is computed without a limit.
+  Result<Fraction> read_number() {
+    TV_TRY(const std::int64_t whole, read_digits());
+    if (i_ + 1 < chars_.size() && chars_[i_] == '.' && is_digit(chars_[i_ + 1])) {
+      ++i_;
+      const std::size_t start = i_;
+      TV_TRY(const std::int64_t fraction, read_digits());
+      const Int scale = Int(10).pow(static_cast<std::uint32_t>(i_ - start));
+      return Fraction::of(Int(whole) * scale + Int(fraction), scale);
+    }
+    return Fraction(whole);
+  }
+
+  Result<std::int64_t> read_digits() {
+    const std::size_t start = i_;
+    std::int64_t value = 0;
+    bool overflow = false;
+    for (; !at_end() && is_digit(chars_[i_]); ++i_)
+      overflow = overflow || __builtin_mul_overflow(value, 10, &value) ||
+                 __builtin_add_overflow(value, static_cast<std::int64_t>(chars_[i_] - '0'), &value);
+    if (overflow)
+      return parse_failure("Number out of range: " +
+                           code(std::string(chars_.begin() + static_cast<std::ptrdiff_t>(start),
+                                            chars_.begin() + static_cast<std::ptrdiff_t>(i_))));
+    return value;
+  }
+
+  std::vector<char32_t> chars_;
+  std::size_t i_ = 0;
+};
+
+// ---- Parser --------------------------------------------------------------------------------
+
+Expr node(std::string op, std::vector<Expr> args) { return Expr{std::nullopt, std::move(op), std::move(args)}; }
+
+class Parser {
+ public:
+  explicit Parser(std::vector<Token> tokens) : tokens_(std::move(tokens)) {}
+
+  Result<Expr> run() {
+    TV_TRY(Parsed parsed, expression(0));
+    if (i_ < tokens_.size()) return parse_failure("Expected end of string, but found " + code(tokens_[i_].text()));
+    return std::move(parsed.expr);
+  }
+
+ private:
+  // A subtree with its height, so that a deep tree is refused before it is built.
+  struct Parsed {
+    Expr expr;
+    int height;
+  };
+
+  static Result<Parsed> make(std::string op, std::vector<Expr> args, int height) {
+    if (height + 1 > kMaxExprDepth) return too_deep();
+    return Parsed{node(std::move(op), std::move(args)), height + 1};
+  }
+  static Result<Parsed> unary(std::string op, Parsed operand) {
+    std::vector<Expr> args;
+    args.push_back(std::move(operand.expr));
+    return make(std::move(op), std::move(args), operand.height);
+  }
+  static Result<Parsed> binary(std::string op, Parsed left, Parsed right) {
+    std::vector<Expr> args;
+    args.reserve(2);
+    args.push_back(std::move(left.expr));
+    args.push_back(std::move(right.expr));
+    return make(std::move(op), std::move(args), std::max(left.height, right.height));
+  }
+
+  const Token* peek() const { return i_ < tokens_.size() ? &tokens_[i_] : nullptr; }
+  bool next_is(char op) const { return i_ < tokens_.size() && tokens_[i_].is(op); }
+
+  // `depth` counts the enclosing parentheses, calls, negations and exponents.
+  Result<Parsed> expression(int depth) {
+    TV_TRY(Parsed left, term(depth));
+    while (next_is('+') || next_is('-')) {
+      std::string op = tokens_[i_++].name;
+      TV_TRY(Parsed right, term(depth));
+      TV_TRY(left, binary(std::move(op), std::move(left), std::move(right)));
+    }
+    return left;
+  }
+
+  Result<Parsed> term(int depth) {
+    TV_TRY(Parsed left, primary(depth));
+    while (next_is('*') || next_is('/')) {
+      std::string op = tokens_[i_++].name;
+      TV_TRY(Parsed right, primary(depth));
+      TV_TRY(left, binary(std::move(op), std::move(left), std::move(right)));
+    }
+    return left;
+  }
+
+  Result<Parsed> primary(int depth) {
+    if (depth > kMaxExprDepth) return too_deep();
+    const Token* token = peek();
+    if (token == nullptr) return parse_failure("Unexpected end of expression");
+    if (token->is('-')) {
+      ++i_;
+      TV_TRY(Parsed operand, primary(depth + 1));
+      return unary("neg", std::move(operand));
+    }
+    TV_TRY(Parsed base, atom(depth));
+    if (!next_is('^')) return base;
+    ++i_;
+    TV_TRY(Parsed exponent, primary(depth + 1));
+    return binary("^", std::move(base), std::move(exponent));
+  }
+
+  Result<Parsed> atom(int depth) {
+    const Token& token = tokens_[i_++];
+    switch (token.kind) {
+      case Token::Kind::Operator: {
+        if (!token.is('(')) return parse_failure("Unexpected " + code(token.name));
+        TV_TRY(Parsed inner, expression(depth + 1));
+        TV_CHECK(close());
+        return inner;
+      }
+      case Token::Kind::Number:
+        return Parsed{Expr{token.number, "num", {}}, 1};
+      case Token::Kind::Identifier:
+        if (!next_is('(')) return Parsed{node(token.name, {}), 1};
+        ++i_;
+        TV_TRY(Parsed argument, expression(depth + 1));
+        TV_CHECK(close());
+        return unary(token.name, std::move(argument));
+    }
+    fail_invariant("unknown token kind");
+  }
+
+  Status close() {
+    const Token* token = peek();
+    if (token == nullptr) return parse_failure("Expected " + code(")") + ", but reached end of expression");
+    if (!token->is(')')) return parse_failure("Expected " + code(")") + ", but found " + code(token->text()));
+    ++i_;
+    return {};
+  }
+
+  std::vector<Token> tokens_;
+  std::size_t i_ = 0;
+};
+
+// ---- Printer -------------------------------------------------------------------------------
+
+// How an operator prints: the precedence it needs to go without parentheses, and the
+// precedences its operands are printed with.
+struct Binding {
+  const char* op;
+  int limit, left, right;
+};
+
+constexpr Binding kBindings[] = {
+    {"+", 6, 6, 5}, {"-", 6, 6, 5}, {"*", 4, 4, 3}, {"/", 4, 4, 3}, {"^", 2, 1, 2},
+};
+
+Failure no_text(const Expr& expr) { return parse_failure("generateExpr: invalid operation '" + expr.op + "'"); }
+
+Status print(const Expr& expr, int precedence, int depth, std::string& out) {
+  if (depth > kMaxExprDepth) return too_deep();
+  if (expr.op == "num") {
+    out += expr.value ? expr.value->to_string() : "undefined";
+    return {};
+  }
+  if (expr.op == "sqrt" && expr.args.size() == 1) {
+    out += "sqrt(";
+    TV_CHECK(print(expr.args[0], 10, depth + 1, out));
+    out += ')';
+    return {};
+  }
+  if (expr.op == "neg" && expr.args.size() == 1) {
+    const bool wrap = precedence < 2;
+    if (wrap) out += '(';
+    out += '-';
+    TV_CHECK(print(expr.args[0], 2, depth + 1, out));
+    if (wrap) out += ')';
+    return {};
+  }
+  for (const Binding& binding : kBindings) {
+    if (expr.op != binding.op || expr.args.size() != 2) continue;
+    const bool wrap = precedence < binding.limit;
+    if (wrap) out += '(';
+    TV_CHECK(print(expr.args[0], binding.left, depth + 1, out));
+    out += expr.op;
+    TV_CHECK(print(expr.args[1], binding.right, depth + 1, out));
+    if (wrap) out += ')';
+    return {};
+  }
+  return no_text(expr);
+}
+
+}  // namespace
+
+bool is_valid_utf8(std::string_view text) {
+  char32_t c = 0;
+  for (std::size_t i = 0, length = 0; i < text.size(); i += length)
+    if ((length = read_utf8(text, i, c)) == 0) return false;
+  return true;
+}
+
+Result<Expr> parse_expr(std::string_view text) {
+  TV_TRY(std::vector<Token> tokens, Tokeniser(text).run());
+  return Parser(std::move(tokens)).run();
+}
+
+Result<std::string> generateExpr(const Expr& expr, int precedence) {
+  std::string out;
+  TV_CHECK(print(expr, precedence, 0, out));
+  return out;
+}
+
+}  // namespace tv

@@ -1,0 +1,90 @@
+// Exact expressions and recipes as text.
+//
+// An expression such as `(1+sqrt(5))/2` is parsed into an `Expr` tree, kept as a tree (never
+// as a double), compared structurally and printed back in a canonical form that drops every
+// parenthesis the grammar does not need. A `Shape` is a polyhedron code with a size or a bare
+// plane of four expressions; a `Recipe` is a shell and a list of cuts, written as a query
+// string like `?shell=C$1&cut=C$1/3`. Parsing a printed value gives back an equal value.
+//
+// Trees are at most `kMaxExprDepth` levels deep. Parsing, printing, comparing and evaluating
+// all recurse over a tree, so the parser refuses anything deeper (and anything nested deeper
+// in parentheses) with an ordinary failure instead of letting a hostile text exhaust the stack.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+#include "failure.hpp"
+#include "num/fraction.hpp"
+
+namespace tv {
+
+// One node: a number ("num" with a value), an operator ("+", "-", "*", "/", "^", "neg") over
+// its operands, a call `name(x)` with one child, or a bare word `name` with none.
+struct Expr {
+  std::optional<Fraction> value;
+  std::string op;
+  std::vector<Expr> args;
+
+  // Structural: `1/2` and `2/4` are different trees with one value.
+  friend bool operator==(const Expr& a, const Expr& b);
+};
+
+// The deepest tree (and the deepest parenthesis nesting) that parsing accepts; printing and
+// evaluation refuse deeper trees made by other means in the same words.
+inline constexpr int kMaxExprDepth = 1000;
+
+// The text's tree, or a Parse failure naming the first fault found.
+Result<Expr> parse_expr(std::string_view text);
+
+// The canonical text of a tree in a context that binds as tightly as `precedence` (10 is the
+// top level). Fails on a node that has no text, such as "cbrt" or an unknown name.
+Result<std::string> generateExpr(const Expr& expr, int precedence = 10);
+
+// Whether the bytes are well-formed UTF-8.
+bool is_valid_utf8(std::string_view text);
+
+// The text between double quotes, with a backslash before each inner quote and backslash and
+// the usual escapes for control characters: how messages and reprs show a text.
+std::string quoted_text(std::string_view text);
+
+struct PolyhedronShape {
+  std::string name;  // the code of a row of the polyhedron table
+  Expr size;
+  friend bool operator==(const PolyhedronShape&, const PolyhedronShape&) = default;
+};
+
+// The plane a*x + b*y + c*z + d = 0.
+struct PlaneShape {
+  Expr a, b, c, d;
+  friend bool operator==(const PlaneShape&, const PlaneShape&) = default;
+};
+
+using Shape = std::variant<PolyhedronShape, PlaneShape>;
+
+struct Recipe {
+  std::vector<Shape> shell;
+  std::vector<Shape> cuts;
+  friend bool operator==(const Recipe&, const Recipe&) = default;
+};
+
+// `C$1/3` is a polyhedron, `1,0,0$-1/2` a plane; any other comma count is a polyhedron whose
+// code holds commas (which no table row has).
+Result<Shape> parse_shape(std::string_view text);
+Result<std::string> shape_text(const Shape& shape);
+
+// Percent escapes are decoded first, so `%24`, `%26` and `%3D` act as `$`, `&` and `=`. An
+// unknown key is reported on standard error and skipped.
+Result<Recipe> parse_recipe(std::string_view text);
+// Shells first, then cuts, each shape canonical; nothing is percent-encoded.
+Result<std::string> query_text(const Recipe& recipe);
+
+// The Python hash of a shape or recipe from its canonical text: SipHash-1-3 with a zero key
+// over the text and a final 0xFF byte, as a signed number, with -1 (no valid hash) made -2.
+std::int64_t canonical_text_hash(std::string_view text);
+
+}  // namespace tv
