@@ -180,6 +180,7 @@ Int Int::pow(std::uint32_t exponent) const {
 }
 
 Int Int::shifted_left(std::uint64_t bits) const {
+  if (is_small() && bit_length() + bits < 63) return Int(static_cast<std::int64_t>(magnitude(small_) << bits) * sign());
   IntOperand x(*this);
   mpz_t r;
   mpz_init(r);
