@@ -181,9 +181,9 @@ PyCFunction as_cfunction(F* function) {
     name, ::tv::py::as_cfunction(&::tv::py::method_entry<Class, doc, access, body>),                 \
         METH_FASTCALL | METH_KEYWORDS, doc                                                           \
   }
-#define TV_STATIC_METHOD(Class, name, doc, body)                                                     \
+#define TV_STATIC_METHOD(Class, method_name, doc, body)                                              \
   PyMethodDef {                                                                                      \
-    name, ::tv::py::as_cfunction(&::tv::py::function_entry<Class::name, doc, body>),                 \
+    method_name, ::tv::py::as_cfunction(&::tv::py::function_entry<Class::name, doc, body>),          \
         METH_FASTCALL | METH_KEYWORDS | METH_STATIC, doc                                             \
   }
 #define TV_FUNCTION(name, doc, body)                                                                 \
