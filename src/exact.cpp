@@ -1,0 +1,362 @@
+// Number fields Q(alpha) and the arithmetic of their numbers.
+//
+// The maths: alpha is pinned down by a square-free min_poly m of degree d and an interval
+// [lo, hi] holding exactly one root of m (counted by Sturm sequences). A number is p(alpha)
+// with deg p < d. Products reduce x^k for k >= d through the table x^k mod m; inverses come
+// from a Bezout identity s m + t p = g, which for a constant g makes t/g the inverse of p.
+//
+// For signs the field keeps bounds L_k <= alpha^k <= U_k, built from [lo, hi] by interval
+// multiplication, so the enclosure of sum c_k alpha^k is sum of c_k L_k or c_k U_k by the sign
+// of c_k. Bisection of [lo, hi] narrows every enclosure; a number that is not zero has a
+// positive distance from zero, so the loop that refines until zero leaves the enclosure ends.
+//
+// A min_poly made by `root` may factor. Then Q[x]/(m) is a ring and p(alpha) can vanish while
+// p is not zero: exactly when gcd(p, m) has alpha as a root, which the interval tells, since
+// it isolates alpha among all roots of m. sign() and inverse() check that in such a ring
+// instead of refining forever or refusing a non-zero divisor.
+#include "exact.hpp"
+
+#include <algorithm>
+#include <exception>
+#include <mutex>
+#include <utility>
+
+namespace tv {
+
+// ---------------------------------------------------------------------------------------------
+// The lock.
+
+FieldLock::Reader::Reader(const FieldLock& lock) : guard_(lock.mutex_) {
+  if (lock.poisoned_) fail_invariant("field lock poisoned");
+}
+
+FieldLock::Writer::Writer(const FieldLock& lock)
+    : lock_(&lock), guard_(lock.mutex_), exceptions_at_entry_(std::uncaught_exceptions()) {
+  if (lock.poisoned_) fail_invariant("field lock poisoned");
+}
+
+FieldLock::Writer::~Writer() {
+  // Unwinding through a writer may have left the interval half written.
+  if (std::uncaught_exceptions() > exceptions_at_entry_) lock_->poisoned_ = true;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Fields.
+
+namespace {
+
+std::vector<QPoly> reduction_table(const QPoly& min_poly) {
+  const std::int64_t d = min_poly.degree();
+  std::vector<QPoly> table;
+  table.reserve(static_cast<std::size_t>(2 * d + 1));
+  for (std::int64_t k = 0; k < d; ++k) table.push_back(QPoly::monomial(Fraction(1), static_cast<std::size_t>(k)));
+  const QPoly x = QPoly::monomial(Fraction(1), 1);
+  for (std::int64_t k = d; k <= 2 * d; ++k) {
+    auto reduced = rem(table.back() * x, min_poly);
+    TV_ENSURE(reduced.ok(), "min_poly is not zero");
+    table.push_back(std::move(reduced).value());
+  }
+  return table;
+}
+
+}  // namespace
+
+NumberField::NumberField(QPoly min_poly, Fraction lo, Fraction hi, bool irreducible)
+    : min_poly_(std::move(min_poly)),
+      reduction_(reduction_table(min_poly_)),
+      irreducible_(irreducible),
+      lo_(std::move(lo)),
+      hi_(std::move(hi)) {}
+
+Result<FieldRef> NumberField::make(QPoly min_poly, Fraction lo, Fraction hi, bool irreducible) {
+  const Failure no_single_root = other_failure("Interval must contain exactly one root");
+  if (min_poly.degree() < 1 || lo > hi) return no_single_root;
+  TV_TRY(std::uint64_t roots, count_roots(min_poly, lo, hi));
+  if (roots != 1) return no_single_root;
+  const bool linear = min_poly.degree() == 1;
+  // The constructor is private, so make_shared cannot reach it.
+  FieldRef field(new NumberField(std::move(min_poly), std::move(lo), std::move(hi), irreducible || linear));
+  field->rebuild_power_bounds();
+  return field;
+}
+
+const FieldRef& rational_field() {
+  static const FieldRef field = [] {
+    auto made = NumberField::make(QPoly({Fraction(-1), Fraction(1)}), Fraction(1), Fraction(1), true);
+    TV_ENSURE(made.ok(), "QQ_nothing is well-formed");
+    return std::move(made).value();
+  }();
+  return field;
+}
+
+Interval NumberField::interval() const {
+  FieldLock::Reader reader(lock_);
+  return {lo_, hi_};
+}
+
+void NumberField::rebuild_power_bounds() const {
+  FieldLock::Writer writer(lock_);
+  const std::size_t d = static_cast<std::size_t>(degree());
+  std::vector<Fraction> lower{Fraction(1)}, upper{Fraction(1)};
+  lower.reserve(d + 1);
+  upper.reserve(d + 1);
+  for (std::size_t k = 1; k <= d; ++k) {
+    const Fraction products[4] = {lower[k - 1] * lo_, lower[k - 1] * hi_, upper[k - 1] * lo_, upper[k - 1] * hi_};
+    lower.push_back(*std::min_element(std::begin(products), std::end(products)));
+    upper.push_back(*std::max_element(std::begin(products), std::end(products)));
+  }
+  lower_powers_ = std::move(lower);
+  upper_powers_ = std::move(upper);
+}
+
+void NumberField::refine() const {
+  const Interval snapshot = interval();
+  if (snapshot.lo == snapshot.hi) return;
+  // Evaluations run without the lock; the result is valid for the snapshot whatever other
+  // writers do meanwhile, since each assignment below only ever names a bound of alpha.
+  const Fraction m = midpoint(snapshot.lo, snapshot.hi);
+  const int sign_lo = eval(min_poly_, snapshot.lo).sign();
+  const bool root_at_hi = eval(min_poly_, snapshot.hi).is_zero();
+  const int sign_m = eval(min_poly_, m).sign();
+  {
+    FieldLock::Writer writer(lock_);
+    if (sign_lo == 0) {
+      lo_ = hi_ = snapshot.lo;
+    } else if (root_at_hi) {
+      lo_ = hi_ = snapshot.hi;
+    } else if (sign_m == 0) {
+      lo_ = hi_ = m;
+    } else if (sign_m != sign_lo) {
+      hi_ = m;
+    } else {
+      lo_ = m;
+    }
+  }
+  rebuild_power_bounds();
+}
+
+Interval NumberField::enclose(const QPoly& p) const {
+  FieldLock::Reader reader(lock_);
+  Fraction low, high;
+  const auto& c = p.coefficients();
+  for (std::size_t k = 0; k < c.size(); ++k) {
+    const int s = c[k].sign();
+    if (s == 0) continue;
+    low.add_assign(c[k] * (s > 0 ? lower_powers_[k] : upper_powers_[k]), false);
+    high.add_assign(c[k] * (s > 0 ? upper_powers_[k] : lower_powers_[k]), false);
+  }
+  low.normalise();
+  high.normalise();
+  return {std::move(low), std::move(high)};
+}
+
+std::string NumberField::text() const {
+  const Interval bounds = interval();
+  return "Q(root of " + polynomial_text(min_poly_) + " in [" + bounds.lo.to_string() + "," + bounds.hi.to_string() + "])";
+}
+
+Result<bool> equals(const FieldRef& f, const FieldRef& g) {
+  if (f == g) return true;
+  if (!(f->min_poly() == g->min_poly())) return false;
+  const Interval a = f->interval(), b = g->interval();
+  const Fraction& lo = std::max(a.lo, b.lo);
+  const Fraction& hi = std::min(a.hi, b.hi);
+  if (lo > hi) return false;
+  TV_TRY(std::uint64_t roots, count_roots(f->min_poly(), lo, hi));
+  return roots == 1;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Numbers.
+
+namespace {
+
+// Whether p(alpha) = 0 for a non-zero p: gcd(p, m) must have a root in the isolating interval.
+// Over an irreducible m the gcd is constant for every non-zero p.
+Result<bool> vanishes_at_generator(const NumberField& field, const QPoly& p) {
+  TV_TRY(QPoly g, gcd(field.min_poly(), p));
+  if (g.degree() < 1) return false;
+  const Interval bounds = field.interval();
+  TV_TRY(std::uint64_t roots, count_roots(g, bounds.lo, bounds.hi));
+  return roots > 0;
+}
+
+struct Bezout {
+  QPoly gcd;
+  QPoly coefficient_of_b;  // t in s a + t b = gcd
+};
+
+// The extended Euclidean algorithm over the rationals.
+Result<Bezout> extended_euclid(const QPoly& a, const QPoly& b) {
+  QPoly r0 = a, r1 = b;
+  QPoly t0, t1 = QPoly::constant(Fraction(1));
+  while (!r1.is_zero()) {
+    TV_TRY(auto qr, divrem(r0, r1));
+    r0 = std::exchange(r1, std::move(qr.remainder));
+    t0 = std::exchange(t1, t0 - qr.quotient * t1);
+  }
+  return Bezout{std::move(r0), std::move(t0)};
+}
+
+AlgebraicNumber checked(Result<AlgebraicNumber> result) {
+  if (!result.ok()) fail_invariant("numbers without a common field: " + result.failure().message);
+  return std::move(result).value();
+}
+
+}  // namespace
+
+AlgebraicNumber AlgebraicNumber::from_polynomial(FieldRef field, const QPoly& p) {
+  if (p.degree() >= field->degree()) {
+    auto reduced = rem(p, field->min_poly());
+    TV_ENSURE(reduced.ok(), "min_poly is not zero");
+    return AlgebraicNumber(std::move(reduced).value(), std::move(field));
+  }
+  std::vector<Fraction> c = p.coefficients();
+  for (Fraction& x : c) x.normalise();
+  return AlgebraicNumber(QPoly(std::move(c)), std::move(field));
+}
+
+AlgebraicNumber AlgebraicNumber::constant(FieldRef field, Fraction c) {
+  c.normalise();
+  return AlgebraicNumber(QPoly::constant(std::move(c)), std::move(field));
+}
+
+AlgebraicNumber AlgebraicNumber::generator(FieldRef field) {
+  return from_polynomial(field, QPoly::monomial(Fraction(1), 1));
+}
+
+AlgebraicNumber AlgebraicNumber::substitute(const AlgebraicNumber& image) const {
+  const auto& c = coefficients();
+  AlgebraicNumber acc = zero(image.field());
+  for (std::size_t k = c.size(); k-- > 0;) acc = acc * image + constant(image.field(), c[k]);
+  return acc;
+}
+
+Result<FieldRef> common_field(const AlgebraicNumber& a, const AlgebraicNumber& b) {
+  TV_TRY(bool same, equals(a.field(), b.field()));
+  if (same) return a.field();
+  if (a.field()->degree() == 1) return b.field();
+  if (b.field()->degree() == 1) return a.field();
+  return range_failure("AlgebraicNumbers must have same field (" + a.field()->text() + " != " + b.field()->text() + ")");
+}
+
+Result<AlgebraicNumber> add(const AlgebraicNumber& a, const AlgebraicNumber& b) {
+  TV_TRY(FieldRef field, common_field(a, b));
+  return AlgebraicNumber::from_polynomial(std::move(field), a.polynomial() + b.polynomial());
+}
+
+Result<AlgebraicNumber> sub(const AlgebraicNumber& a, const AlgebraicNumber& b) {
+  TV_TRY(FieldRef field, common_field(a, b));
+  return AlgebraicNumber::from_polynomial(std::move(field), a.polynomial() - b.polynomial());
+}
+
+Result<AlgebraicNumber> mul(const AlgebraicNumber& a, const AlgebraicNumber& b) {
+  TV_TRY(FieldRef field, common_field(a, b));
+  if (a.is_zero() || b.is_zero()) return AlgebraicNumber::zero(std::move(field));
+  const auto& x = a.coefficients();
+  const auto& y = b.coefficients();
+  const std::size_t d = static_cast<std::size_t>(field->degree());
+  const std::vector<QPoly>& table = field->reduction();
+  std::vector<Fraction> acc(d);
+  for (std::size_t k = 0; k < x.size() + y.size() - 1; ++k) {
+    const std::size_t first = k >= y.size() ? k - y.size() + 1 : 0;
+    const std::size_t last = std::min(k, x.size() - 1);
+    Fraction s = x[first] * y[k - first];
+    for (std::size_t i = first + 1; i <= last; ++i) s += x[i] * y[k - i];
+    if (k < d) {
+      acc[k] = std::move(s);
+    } else if (!s.is_zero()) {
+      const auto& power = table[k].coefficients();
+      for (std::size_t j = 0; j < power.size(); ++j) acc[j].add_assign(s * power[j], false);
+    }
+  }
+  for (Fraction& c : acc) c.normalise();
+  return AlgebraicNumber::from_polynomial(std::move(field), QPoly(std::move(acc)));
+}
+
+Result<AlgebraicNumber> AlgebraicNumber::inverse() const {
+  // Over an irreducible m the gcd of m and a non-zero p is constant. In a ring it may be a
+  // factor of m without alpha among its roots; then p(alpha) is not zero, and p is inverted
+  // modulo the part of m that keeps alpha.
+  QPoly modulus = field_->min_poly();
+  while (true) {
+    TV_TRY(Bezout bezout, extended_euclid(modulus, polynomial_));
+    if (bezout.gcd.degree() == 0) {
+      TV_TRY(QPoly t, div_exact(bezout.coefficient_of_b, bezout.gcd));
+      return from_polynomial(field_, t);
+    }
+    if (field_->irreducible() || is_zero()) return range_failure("Division by zero: " + text());
+    const Interval bounds = field_->interval();
+    TV_TRY(std::uint64_t roots, count_roots(bezout.gcd, bounds.lo, bounds.hi));
+    if (roots > 0) return range_failure("Division by zero: " + text());
+    TV_TRY(modulus, div_exact(modulus, bezout.gcd));
+  }
+}
+
+Result<AlgebraicNumber> div(const AlgebraicNumber& a, const AlgebraicNumber& b) {
+  TV_TRY(AlgebraicNumber inverse, b.inverse());
+  return mul(a, inverse);
+}
+
+AlgebraicNumber AlgebraicNumber::neg() const { return AlgebraicNumber(-polynomial_, field_); }
+
+Result<AlgebraicNumber> AlgebraicNumber::pow(const Int& exponent) const {
+  if (exponent.sign() < 0) return range_failure("");
+  AlgebraicNumber result = one(field_);
+  AlgebraicNumber base = *this;
+  Int e = exponent;
+  const Int two(2);
+  while (!e.is_zero()) {
+    if (e.is_odd()) result = result * base;
+    e = div(e, two);
+    if (!e.is_zero()) base = base * base;
+  }
+  return result;
+}
+
+bool equal(const AlgebraicNumber& a, const AlgebraicNumber& b) {
+  if (a.field() != b.field() && !common_field(a, b).ok()) return false;
+  return a.polynomial() == b.polynomial();
+}
+
+AlgebraicNumber operator+(const AlgebraicNumber& a, const AlgebraicNumber& b) { return checked(add(a, b)); }
+AlgebraicNumber operator-(const AlgebraicNumber& a, const AlgebraicNumber& b) { return checked(sub(a, b)); }
+AlgebraicNumber operator*(const AlgebraicNumber& a, const AlgebraicNumber& b) { return checked(mul(a, b)); }
+bool operator==(const AlgebraicNumber& a, const AlgebraicNumber& b) { return equal(a, b); }
+
+Interval AlgebraicNumber::enclosure() const {
+  if (is_zero()) return {Fraction(), Fraction()};
+  return field_->enclose(polynomial_);
+}
+
+int AlgebraicNumber::sign() const {
+  if (is_zero()) return 0;
+  bool checked_for_zero = field_->irreducible();
+  while (true) {
+    const Interval bounds = enclosure();
+    const int low = bounds.lo.sign(), high = bounds.hi.sign();
+    if (low == high) return low;
+    if (!checked_for_zero) {
+      checked_for_zero = true;
+      auto vanishes = vanishes_at_generator(*field_, polynomial_);
+      TV_ENSURE(vanishes.ok(), "gcd with a non-zero min_poly");
+      if (vanishes.value()) return 0;
+    }
+    field_->refine();
+  }
+}
+
+double AlgebraicNumber::to_f64() const {
+  Interval bounds = enclosure();
+  for (int step = 0; step < 256; ++step) {
+    const double low = bounds.lo.to_f64();
+    if (low == bounds.hi.to_f64()) return low;
+    field_->refine();
+    bounds = enclosure();
+  }
+  return bounds.lo.to_f64();
+}
+
+std::string AlgebraicNumber::text() const { return polynomial_text(polynomial_) + " in " + field_->text(); }
+
+}  // namespace tv
