@@ -7,5 +7,11 @@
 namespace tv::py {
 
 PyObject* fraction_class();
+PyObject* shape_class();
+PyObject* recipe_class();
+
+// Module functions defined in their own files, as new references bound to `module`.
+PyObject* catalog_function(PyObject* module);
+PyObject* non_jumbling_function(PyObject* module);
 
 }  // namespace tv::py

@@ -60,7 +60,11 @@ int exec_module(PyObject* module) {
     const bool ok = register_attribute(module, "__version__", PyUnicode_FromString("0.1.1")) &&
                     register_attribute(module, "PuzzleError", Py_NewRef(puzzle_error_type())) &&
                     register_attribute(module, "Fraction", fraction_class()) &&
+                    register_attribute(module, "Shape", shape_class()) &&
+                    register_attribute(module, "Recipe", recipe_class()) &&
+                    register_attribute(module, "catalog", catalog_function(module)) &&
                     register_attribute(module, "thread_count", function_named(module, "thread_count")) &&
+                    register_attribute(module, "non_jumbling", non_jumbling_function(module)) &&
                     register_attribute(module, "free_threaded", Py_NewRef(Py_True));
     return ok ? Py_None : nullptr;
   });

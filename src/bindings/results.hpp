@@ -27,6 +27,10 @@ inline PyObject* to_python(std::string_view text) {
 }
 inline PyObject* to_python(const std::string& text) { return to_python(std::string_view(text)); }
 
+// Declared ahead so that lists of tuples and tuples of lists find each other.
+template <class... T>
+PyObject* to_python(const std::tuple<T...>& values);
+
 template <class T>
 PyObject* to_python(const std::vector<T>& values) {
   PyObject* list = PyList_New(static_cast<Py_ssize_t>(values.size()));
