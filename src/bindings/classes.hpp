@@ -11,6 +11,7 @@ PyObject* shape_class();
 PyObject* recipe_class();
 
 // Module functions defined in their own files, as new references bound to `module`.
+PyObject* factor_polynomial_function(PyObject* module);
 PyObject* catalog_function(PyObject* module);
 PyObject* non_jumbling_function(PyObject* module);
 

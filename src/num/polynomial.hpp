@@ -216,7 +216,8 @@ struct QuotientRemainder {
 };
 
 // Pseudo-division followed by one exact division by the accumulated factor.
-// "Division by zero" (kind Division) when b is zero.
+// "Division by zero" (kind Division) when b is zero. A monic b makes that factor 1, so the
+// scaling and the final division are skipped.
 template <class T>
 Result<QuotientRemainder<T>> divrem(const Polynomial<T>& a, const Polynomial<T>& b) {
   using Traits = CoeffTraits<T>;
@@ -225,16 +226,23 @@ Result<QuotientRemainder<T>> divrem(const Polynomial<T>& a, const Polynomial<T>&
   std::vector<T> u = a.coefficients();
   const std::size_t n = static_cast<std::size_t>(a.degree()), m = static_cast<std::size_t>(b.degree());
   const T& l = b.leading();
+  const bool monic = l == a.one_coefficient();
   const std::vector<T>& bc = b.coefficients();
   T s = a.one_coefficient();
   for (std::size_t k = n + 1; k-- > m;) {
-    for (std::size_t i = 0; i <= n; ++i)
-      if (i != k) u[i] = u[i] * l;
-    s = s * l;
+    if (!monic) {
+      for (std::size_t i = 0; i <= n; ++i)
+        if (i != k) u[i] = u[i] * l;
+      s = s * l;
+    }
     for (std::size_t j = 0; j < m; ++j) u[k - m + j] = u[k - m + j] - u[k] * bc[j];
   }
   std::vector<T> remainder, quotient;
   for (std::size_t i = 0; i <= n; ++i) {
+    if (monic) {
+      (i < m ? remainder : quotient).push_back(std::move(u[i]));
+      continue;
+    }
     TV_TRY(T c, Traits::divide(u[i], s));
     (i < m ? remainder : quotient).push_back(std::move(c));
   }

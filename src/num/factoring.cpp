@@ -1,0 +1,501 @@
+#include "num/factoring.hpp"
+
+#include <limits>
+#include <optional>
+#include <span>
+
+namespace tv {
+namespace zassenhaus {
+namespace {
+
+thread_local std::uint64_t random_state = 0x2545F4914F6CDD1D;
+
+ModPoly constant_mod(std::int64_t c, const Int& m) { return ModPoly::constant(ModInt(Int(c), m)); }
+
+// The product of `factors`, all over one modulus, times `scale`.
+ModPoly product(std::span<const ModPoly> factors, ModPoly scale) {
+  for (const ModPoly& factor : factors) scale *= factor;
+  return scale;
+}
+
+// A number in [0, p) from bit_length(p) random bits, most significant first.
+Int random_below(const Int& p) {
+  Int acc(0);
+  for (Int t = p; t.sign() > 0; t = div(t, Int(2))) acc = acc * Int(2) + Int(static_cast<std::int64_t>(random_bit()));
+  return rem(acc, p);
+}
+
+// A random polynomial of degree 2d - 1 with leading coefficient 1, lowest coefficient drawn first.
+ModPoly random_probe(std::int64_t d, const Int& p) {
+  std::vector<ModInt> coefficients;
+  for (std::int64_t i = 0; i < 2 * d - 1; ++i) coefficients.emplace_back(random_below(p), p);
+  coefficients.emplace_back(Int(1), p);
+  return ModPoly(std::move(coefficients), p);
+}
+
+bool is_prime_by_trial_division(std::int64_t candidate, const std::vector<std::int64_t>& primes) {
+  for (std::int64_t q : primes) {
+    if (q * q > candidate) return true;
+    if (candidate % q == 0) return false;
+  }
+  return true;
+}
+
+// The smallest x, reached by Newton's iteration from above, with x^2 >= n; n > 0.
+Int ceil_sqrt(const Int& n) {
+  Int x = n;
+  for (;;) {
+    Int next = div(x * x + n - Int(1), x * Int(2)) + Int(1);
+    if (next == x) return x;
+    x = std::move(next);
+  }
+}
+
+// n! / (k! (n - k)!), where the factorial of any number below 2 is 1, so that the bound
+// stays defined for the smallest degrees: binomial(0, -1) = 1.
+Int bound_binomial(std::int64_t n, std::int64_t k) {
+  const auto factorial = [](std::int64_t x) { return Int::factorial(x < 2 ? 1 : static_cast<std::uint32_t>(x)); };
+  return div(factorial(n), factorial(k) * factorial(n - k));
+}
+
+// s and t with s g + t h = 1 mod p, by the extended Euclidean algorithm on the operand of
+// higher degree first. g and h must be coprime.
+Result<std::pair<ModPoly, ModPoly>> bezout(const ModPoly& g, const ModPoly& h) {
+  const Int& p = g.context();
+  const bool swapped = g.degree() < h.degree();
+  ModPoly r0 = swapped ? h : g, r1 = swapped ? g : h;
+  ModPoly u0 = constant_mod(1, p), u1(p), v0(p), v1 = constant_mod(1, p);
+  while (!r1.is_zero()) {
+    TV_TRY(auto qr, divrem(r0, r1));
+    r0 = std::exchange(r1, std::move(qr.remainder));
+    u0 = std::exchange(u1, u0 - qr.quotient * u1);
+    v0 = std::exchange(v1, v0 - qr.quotient * v1);
+  }
+  TV_ENSURE(r0.degree() == 0, "Hensel lifting of factors that are not coprime");
+  TV_TRY(ModInt unit, r0.leading().inverse());
+  ModPoly u = u0.scale(unit), v = v0.scale(unit);
+  if (swapped) return std::pair{std::move(v), std::move(u)};
+  return std::pair{std::move(u), std::move(v)};
+}
+
+// a / b when b divides a over the integers. Long division from the top, given up at the first
+// coefficient that the leading coefficient of b does not divide.
+std::optional<ZPoly> exact_quotient(const ZPoly& a, const ZPoly& b) {
+  if (a.is_zero()) return ZPoly();
+  if (a.degree() < b.degree()) return std::nullopt;
+  std::vector<Int> u = a.coefficients();
+  const auto& bc = b.coefficients();
+  const std::size_t n = u.size() - 1, m = bc.size() - 1;
+  std::vector<Int> quotient(n - m + 1);
+  for (std::size_t k = n + 1; k-- > m;) {
+    Int q, r;
+    divrem(u[k], bc[m], q, r);
+    if (!r.is_zero()) return std::nullopt;
+    if (!q.is_zero())
+      for (std::size_t j = 0; j < m; ++j) u[k - m + j] -= q * bc[j];
+    quotient[k - m] = std::move(q);
+  }
+  for (std::size_t j = 0; j < m; ++j)
+    if (!u[j].is_zero()) return std::nullopt;
+  return ZPoly(std::move(quotient));
+}
+
+Int content(const ZPoly& a) {
+  Int c(0);
+  for (const Int& x : a.coefficients()) c = gcd(c, x);
+  return c;
+}
+
+Int symmetric(const ModInt& c) {
+  return compare(c.value() * Int(2), c.modulus()) >= 0 ? c.value() - c.modulus() : c.value();
+}
+
+// Lifts the factors in `factors` of f (given mod p) to mod p^k, appending them to `out`.
+Status lift_tree(const ZPoly& f, std::span<const ModPoly> factors, const Int& p, std::uint32_t k,
+                 const Int& target, std::vector<ModPoly>& out) {
+  if (factors.size() == 1) {
+    TV_TRY(ModPoly lifted, reduce(f, target).monic());
+    out.push_back(std::move(lifted));
+    return {};
+  }
+  if (f.is_zero()) return other_failure("hensel_lift of zero polynomial");
+  const std::size_t half = factors.size() / 2;
+  const ModPoly a = product(factors.first(half), constant_mod(1, p));
+  const ModPoly b = product(factors.subspan(half), ModPoly::constant(ModInt(f.leading(), p)));
+  TV_TRY(auto pair, lift_pair(f, a, b, p, k));
+  TV_CHECK(lift_tree(pair.first, factors.first(half), p, k, target, out));
+  return lift_tree(pair.second, factors.subspan(half), p, k, target, out);
+}
+
+// A GMP integer that keeps its storage, for the hot loops of the subset search, which would
+// otherwise allocate an Int for every product.
+struct Scratch {
+  mpz_t v;
+  Scratch() { mpz_init(v); }
+  Scratch(const Scratch&) = delete;
+  Scratch& operator=(const Scratch&) = delete;
+  ~Scratch() { mpz_clear(v); }
+};
+
+// The subset search of combine_factors. Subsets are visited by visit(0, s). A true factor
+// g = L times the subset's product has a constant term that divides L cur(0), so a subset's
+// product is only formed when its constant terms pass that test. The constant terms are
+// multiplied along the recursion, one product per depth; products are formed in GMP integers
+// that keep their storage.
+class Recombination {
+ public:
+  Recombination(const ZPoly& f, const std::vector<ModPoly>& lifted, const Int& m)
+      : lifted_(lifted.size()), current_(f), used_(lifted.size(), false), suffix_constants_(lifted.size() + 1),
+        depth_constants_(lifted.size() + 1), product_(static_cast<std::size_t>(f.degree()) + 1),
+        next_(static_cast<std::size_t>(f.degree()) + 1) {
+    m.get_mpz(modulus_.v);
+    for (std::size_t i = 0; i < lifted.size(); ++i) {
+      lifted_[i] = std::vector<Scratch>(lifted[i].coefficients().size());
+      for (std::size_t k = 0; k < lifted_[i].size(); ++k) lifted[i].coefficients()[k].value().get_mpz(lifted_[i][k].v);
+    }
+    // suffix_constants_[i]: the product of the constant terms of lifted[i..] mod m.
+    mpz_set_ui(suffix_constants_[lifted.size()].v, 1);
+    for (std::size_t i = lifted.size(); i-- > 0;) {
+      mpz_mul(suffix_constants_[i].v, suffix_constants_[i + 1].v, lifted_[i][0].v);
+      mpz_mod(suffix_constants_[i].v, suffix_constants_[i].v, modulus_.v);
+    }
+    mpz_set_ui(depth_constants_[0].v, 1);
+    track_current();
+  }
+
+  Result<std::vector<ZPoly>> run() {
+    if (current_.degree() >= 2) {
+      for (std::size_t s = 1;; ++s) {
+        TV_CHECK(visit(0, s, 0));
+        if (static_cast<std::int64_t>(s) >= current_.degree() / 2) break;
+      }
+    }
+    if (current_.degree() >= 1) found_.push_back(std::move(current_));
+    return std::move(found_);
+  }
+
+ private:
+  // Leaving factor i out is visited first, so for s = 1 the last factor is tried first.
+  Status visit(std::size_t i, std::size_t need, std::size_t depth) {
+    const std::size_t n = lifted_.size();
+    if (i + need > n) return {};
+    if (i + need == n) return test(i, depth);
+    TV_CHECK(visit(i + 1, need, depth));
+    if (need == 0) return {};
+    chosen_.push_back(i);
+    mpz_mul(depth_constants_[depth + 1].v, depth_constants_[depth].v, lifted_[i][0].v);
+    mpz_mod(depth_constants_[depth + 1].v, depth_constants_[depth + 1].v, modulus_.v);
+    TV_CHECK(visit(i + 1, need - 1, depth + 1));
+    chosen_.pop_back();
+    return {};
+  }
+
+  // Tests the chosen factors together with lifted[rest..]. A subset holding a factor already
+  // used cannot divide what is left of f, so it is not formed.
+  Status test(std::size_t rest, std::size_t depth) {
+    if (current_.is_zero()) return other_failure("combine_factors: zero polynomial");
+    if (!constant_term_divides(rest, depth) || holds_used_factor(rest)) return {};
+    ZPoly g = candidate(rest);
+    if (!exact_quotient(current_.scale(current_.leading()), g)) return {};
+    TV_TRY(g, g.divide_coefficients(content(g)));
+    auto rest_of_f = exact_quotient(current_, g);
+    TV_ENSURE(rest_of_f.has_value(), "a primitive factor of L f does not divide f");
+    current_ = std::move(*rest_of_f);
+    found_.push_back(std::move(g));
+    for (std::size_t j : chosen_) used_[j] = true;
+    for (std::size_t j = rest; j < lifted_.size(); ++j) used_[j] = true;
+    track_current();
+    return {};
+  }
+
+  // Whether the symmetric residue of L times the subset's constant terms divides L cur(0).
+  bool constant_term_divides(std::size_t rest, std::size_t depth) {
+    mpz_t& c = constant_.v;
+    mpz_mul(c, depth_constants_[depth].v, suffix_constants_[rest].v);
+    mpz_mul(c, c, lead_.v);
+    mpz_mod(c, c, modulus_.v);
+    to_symmetric(c);
+    if (mpz_sgn(c) == 0) return mpz_sgn(wanted_.v) == 0;
+    return mpz_divisible_p(wanted_.v, c) != 0;
+  }
+
+  bool holds_used_factor(std::size_t rest) const {
+    for (std::size_t j : chosen_)
+      if (used_[j]) return true;
+    for (std::size_t j = rest; j < lifted_.size(); ++j)
+      if (used_[j]) return true;
+    return false;
+  }
+
+  // L times the product of the subset mod m, in symmetric residues.
+  ZPoly candidate(std::size_t rest) {
+    mpz_set(product_[0].v, lead_.v);
+    std::size_t length = 1;
+    const auto multiply = [&](const std::vector<Scratch>& factor) {
+      const std::size_t next_length = length + factor.size() - 1;
+      for (std::size_t k = 0; k < next_length; ++k) mpz_set_ui(next_[k].v, 0);
+      for (std::size_t i = 0; i < length; ++i)
+        for (std::size_t j = 0; j < factor.size(); ++j) mpz_addmul(next_[i + j].v, product_[i].v, factor[j].v);
+      for (std::size_t k = 0; k < next_length; ++k) mpz_mod(product_[k].v, next_[k].v, modulus_.v);
+      length = next_length;
+    };
+    for (std::size_t j : chosen_) multiply(lifted_[j]);
+    for (std::size_t j = rest; j < lifted_.size(); ++j) multiply(lifted_[j]);
+    std::vector<Int> coefficients;
+    coefficients.reserve(length);
+    for (std::size_t k = 0; k < length; ++k) {
+      to_symmetric(product_[k].v);
+      coefficients.push_back(Int::from_mpz(product_[k].v));
+    }
+    return ZPoly(std::move(coefficients));
+  }
+
+  // c in [0, m) to c - m when 2c >= m.
+  void to_symmetric(mpz_t c) {
+    mpz_mul_2exp(twice_.v, c, 1);
+    if (mpz_cmp(twice_.v, modulus_.v) >= 0) mpz_sub(c, c, modulus_.v);
+  }
+
+  void track_current() {
+    if (current_.is_zero()) return;
+    current_.leading().get_mpz(lead_.v);
+    mpz_mod(lead_.v, lead_.v, modulus_.v);
+    (current_.leading() * current_.coefficient(0)).get_mpz(wanted_.v);
+  }
+
+  std::vector<std::vector<Scratch>> lifted_;  // the lifted factors' coefficients in [0, m)
+  ZPoly current_;
+  std::vector<ZPoly> found_;
+  std::vector<std::size_t> chosen_;
+  std::vector<bool> used_;  // factors that are part of a factor found
+  Scratch modulus_;
+  Scratch lead_, wanted_;  // L mod m and L cur(0)
+  std::vector<Scratch> suffix_constants_, depth_constants_;
+  std::vector<Scratch> product_, next_;  // a candidate's coefficients, as it is multiplied out
+  Scratch constant_, twice_;
+};
+
+}  // namespace
+
+unsigned random_bit() {
+  std::uint64_t x = random_state;
+  x ^= x << 13;
+  x ^= x >> 7;
+  x ^= x << 17;
+  random_state = x;
+  return static_cast<unsigned>((x >> 33) & 1);
+}
+
+Result<ZPoly> primitive_integer_part(const QPoly& s) {
+  Int numerator_gcd(0), denominator_lcm(1);
+  for (const Fraction& c : s.coefficients()) {
+    numerator_gcd = gcd(numerator_gcd, c.numerator());
+    denominator_lcm = denominator_lcm * div(c.denominator(), gcd(denominator_lcm, c.denominator()));
+  }
+  std::vector<Int> coefficients;
+  coefficients.reserve(s.coefficients().size());
+  for (const Fraction& c : s.coefficients()) {
+    TV_TRY(Int scaled, div_exact(c.numerator() * denominator_lcm, c.denominator()));
+    TV_TRY(Int reduced, div_exact(scaled, numerator_gcd));
+    coefficients.push_back(std::move(reduced));
+  }
+  return ZPoly(std::move(coefficients));
+}
+
+Result<ZPoly> square_free_integer_part(const QPoly& p) {
+  if (p.is_zero()) return range_failure("monic() of zero polynomial");
+  TV_TRY(ZPoly f, primitive_integer_part(p));
+  // Over the integers the subresultant sequence needs exact divisions only, no rational gcds.
+  TV_TRY(ZPoly common, gcd(f, f.derivative()));
+  if (common.degree() == 0) return f;
+  TV_TRY(common, common.divide_coefficients(content(common) * Int(common.leading().sign())));
+  auto quotient = exact_quotient(f, common);
+  TV_ENSURE(quotient.has_value(), "a polynomial is not divisible by its gcd with its derivative");
+  return std::move(*quotient);
+}
+
+ModPoly reduce(const ZPoly& a, const Int& m) {
+  std::vector<ModInt> coefficients;
+  coefficients.reserve(a.coefficients().size());
+  for (const Int& c : a.coefficients()) coefficients.emplace_back(c, m);
+  return ModPoly(std::move(coefficients), m);
+}
+
+ZPoly residues(const ModPoly& a) {
+  std::vector<Int> coefficients;
+  coefficients.reserve(a.coefficients().size());
+  for (const ModInt& c : a.coefficients()) coefficients.push_back(c.value());
+  return ZPoly(std::move(coefficients));
+}
+
+ZPoly symmetric_residues(const ModPoly& a) {
+  std::vector<Int> coefficients;
+  coefficients.reserve(a.coefficients().size());
+  for (const ModInt& c : a.coefficients()) coefficients.push_back(symmetric(c));
+  return ZPoly(std::move(coefficients));
+}
+
+Result<ModPoly> euclidean_gcd(ModPoly a, ModPoly b) {
+  if (a.degree() < b.degree()) std::swap(a, b);
+  while (!b.is_zero()) {
+    TV_TRY(ModPoly r, rem(a, b));
+    if (!r.is_zero()) {
+      TV_TRY(r, r.monic());
+    }
+    a = std::move(b);
+    b = std::move(r);
+  }
+  return a;
+}
+
+Result<ModPoly> pow_mod(ModPoly b, Int e, const ModPoly& m) {
+  ModPoly result = constant_mod(1, m.context());
+  while (e.sign() > 0) {
+    if (e.is_odd()) {
+      TV_TRY(result, rem(result * b, m));
+      e -= Int(1);
+    } else {
+      TV_TRY(b, rem(b * b, m));
+      e = div(e, Int(2));
+    }
+  }
+  return result;
+}
+
+Result<Int> choose_prime(const ZPoly& f) {
+  if (f.is_zero()) return other_failure("choose_prime of zero polynomial");
+  std::vector<std::int64_t> primes;
+  for (std::int64_t candidate = 2;; ++candidate) {
+    if (!is_prime_by_trial_division(candidate, primes)) continue;
+    primes.push_back(candidate);
+    const Int p(candidate);
+    // The equal-degree split needs an odd prime, and f must keep its degree and stay
+    // square-free modulo p.
+    if (candidate == 2 || !gcd(p, f.leading()).is_one()) continue;
+    const ModPoly reduced = reduce(f, p);
+    TV_TRY(ModPoly common, euclidean_gcd(reduced, reduced.derivative()));
+    if (common.degree() > 0) continue;
+    return p;
+  }
+}
+
+Result<std::vector<ModPoly>> distinct_degree(const ZPoly& f, const Int& p) {
+  TV_TRY(ModPoly g, reduce(f, p).monic());
+  const ModPoly one = constant_mod(1, p);
+  const ModPoly x = ModPoly::monomial(ModInt(Int(1), p), 1);
+  ModPoly h = x;
+  std::vector<ModPoly> parts{one};
+  // Once 2i exceeds the degree of what is left, that rest is 1 or irreducible.
+  for (std::int64_t i = 1; 2 * i <= g.degree(); ++i) {
+    TV_TRY(h, pow_mod(std::move(h), p, g));
+    TV_TRY(ModPoly c, euclidean_gcd(h - x, g));
+    TV_TRY(c, c.monic());
+    TV_TRY(g, div_exact(g, c));
+    parts.push_back(std::move(c));
+  }
+  while (static_cast<std::int64_t>(parts.size()) < g.degree()) parts.push_back(one);
+  parts.push_back(std::move(g));
+  return parts;
+}
+
+Result<std::vector<ModPoly>> equal_degree(const ModPoly& f, std::int64_t d) {
+  const Int& p = f.context();
+  if (p == Int(2)) return range_failure("p=2 not implemented");
+  if (f.degree() == d) return std::vector<ModPoly>{f};
+  const Int exponent = div(p.pow(static_cast<std::uint32_t>(d)) - Int(1), Int(2));
+  const ModPoly one = constant_mod(1, p);
+  for (int draw = 0; draw < 1000; ++draw) {
+    TV_TRY(ModPoly b, pow_mod(random_probe(d, p), exponent, f));
+    TV_TRY(ModPoly g, euclidean_gcd(b - one, f));
+    TV_TRY(g, g.monic());
+    if (g.degree() > 0 && g.degree() < f.degree()) {
+      TV_TRY(ModPoly q, div_exact(f, g));
+      TV_TRY(std::vector<ModPoly> factors, equal_degree(g, d));
+      TV_TRY(std::vector<ModPoly> more, equal_degree(q, d));
+      for (ModPoly& factor : more) factors.push_back(std::move(factor));
+      return factors;
+    }
+  }
+  return other_failure("This (probably) shouldn't happen");
+}
+
+Result<std::vector<ModPoly>> modular_factors(const ZPoly& f, const Int& p) {
+  TV_TRY(std::vector<ModPoly> parts, distinct_degree(f, p));
+  std::vector<ModPoly> factors;
+  for (std::size_t d = 1; d < parts.size(); ++d) {
+    if (parts[d].degree() <= 0) continue;
+    TV_TRY(std::vector<ModPoly> split, equal_degree(parts[d], static_cast<std::int64_t>(d)));
+    for (ModPoly& factor : split) factors.push_back(std::move(factor));
+  }
+  return factors;
+}
+
+std::uint64_t lift_exponent(const ZPoly& f, const Int& p) {
+  const std::int64_t h = f.degree() / 2;
+  Int sum_of_squares(0);
+  for (const Int& c : f.coefficients()) sum_of_squares += c * c;
+  const Int norm = ceil_sqrt(sum_of_squares);
+  const Int lc = f.leading().abs();
+  const Int bound = bound_binomial(h - 1, h / 2 - 1) * lc + bound_binomial(h - 1, h / 2) * norm;
+  const Int limit = Int(2) * lc * bound;
+  std::uint64_t k = 1;
+  for (Int power = p; compare(power, limit) <= 0; power *= p) ++k;
+  return k;
+}
+
+Result<std::vector<ModPoly>> hensel_lift(const ZPoly& f, const std::vector<ModPoly>& factors, const Int& p,
+                                         std::uint64_t k) {
+  if (k > std::numeric_limits<std::uint32_t>::max()) return other_failure("exponent too large");
+  const auto exponent = static_cast<std::uint32_t>(k);
+  std::vector<ModPoly> lifted;
+  lifted.reserve(factors.size());
+  TV_CHECK(lift_tree(f, factors, p, exponent, p.pow(exponent), lifted));
+  return lifted;
+}
+
+Result<std::pair<ZPoly, ZPoly>> lift_pair(const ZPoly& f, const ModPoly& g, const ModPoly& h, const Int& p,
+                                          std::uint32_t k) {
+  TV_TRY(auto st, bezout(g, h));
+  ZPoly G = residues(g), H = residues(h), S = residues(st.first), T = residues(st.second);
+  const Int target = p.pow(k);
+  // Each step takes f = G H and S G + T H = 1 from mod m to mod m^2.
+  for (Int m = p; compare(m, target) < 0; m = m * m) {
+    TV_TRY(ZPoly e, (f - G * H).divide_coefficients(m));
+    TV_TRY(auto qr, divrem(reduce(T * e, m), reduce(G, m)));
+    G += residues(qr.remainder).scale(m);
+    H += residues(reduce(S * e + residues(qr.quotient) * H, m)).scale(m);
+    // The last step needs no new S and T.
+    if (compare(m * m, target) >= 0) break;
+    TV_TRY(ZPoly w, (ZPoly::constant(Int(1)) - S * G - T * H).divide_coefficients(m));
+    TV_TRY(auto qr2, divrem(reduce(T * w, m), reduce(G, m)));
+    S += residues(reduce(S * w + residues(qr2.quotient) * H, m)).scale(m);
+    T += residues(qr2.remainder).scale(m);
+  }
+  return std::pair{residues(reduce(G, target)), residues(reduce(H, target))};
+}
+
+Result<std::vector<ZPoly>> combine_factors(const ZPoly& f, const std::vector<ModPoly>& lifted, const Int& m) {
+  return Recombination(f, lifted, m).run();
+}
+
+}  // namespace zassenhaus
+
+Result<std::vector<QPoly>> factor(const QPoly& p) {
+  using namespace zassenhaus;
+  TV_TRY(ZPoly f, square_free_integer_part(p));
+  if (f.degree() <= 0) return std::vector<QPoly>{};
+  TV_TRY(Int prime, choose_prime(f));
+  TV_TRY(std::vector<ModPoly> modular, modular_factors(f, prime));
+  const std::uint64_t k = lift_exponent(f, prime);
+  TV_TRY(std::vector<ModPoly> lifted, hensel_lift(f, modular, prime, k));
+  TV_TRY(std::vector<ZPoly> factors, combine_factors(f, lifted, lifted.front().context()));
+  std::vector<QPoly> result;
+  result.reserve(factors.size());
+  for (const ZPoly& g : factors) {
+    std::vector<Fraction> coefficients(g.coefficients().begin(), g.coefficients().end());
+    result.emplace_back(std::move(coefficients));
+  }
+  return result;
+}
+
+}  // namespace tv

@@ -1,0 +1,244 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "num/factoring.hpp"
+
+namespace tv {
+namespace {
+
+using namespace zassenhaus;
+
+ZPoly zpoly(std::initializer_list<std::int64_t> coefficients) {
+  return ZPoly(std::vector<Int>(coefficients.begin(), coefficients.end()));
+}
+
+QPoly qpoly(const ZPoly& p) { return QPoly(std::vector<Fraction>(p.coefficients().begin(), p.coefficients().end())); }
+
+ZPoly zpoly_of(const QPoly& p) {
+  std::vector<Int> c;
+  for (const Fraction& x : p.coefficients()) {
+    EXPECT_TRUE(x.is_integer());
+    c.push_back(x.numerator());
+  }
+  return ZPoly(std::move(c));
+}
+
+ZPoly positive(ZPoly p) { return p.leading().sign() < 0 ? -p : p; }
+
+// The factors of p with positive leading coefficients, sorted by their text.
+std::vector<std::string> factor_texts(const ZPoly& p) {
+  auto factors = factor(qpoly(p));
+  EXPECT_TRUE(factors.ok());
+  std::vector<std::string> texts;
+  if (!factors) return texts;
+  for (const QPoly& f : *factors) texts.push_back(polynomial_text(positive(zpoly_of(f))));
+  std::sort(texts.begin(), texts.end());
+  return texts;
+}
+
+std::vector<std::string> sorted_texts(std::initializer_list<ZPoly> polys) {
+  std::vector<std::string> texts;
+  for (const ZPoly& p : polys) texts.push_back(polynomial_text(p));
+  std::sort(texts.begin(), texts.end());
+  return texts;
+}
+
+// Roots shift + sum of +-sqrt(a): irreducible over Q, split into pieces of degree <= 2 modulo
+// every prime. p(x + sqrt(a)) = E + sqrt(a) O, and the product of the conjugates is E^2 - a O^2.
+ZPoly sum_of_roots(std::initializer_list<std::int64_t> radicands, std::int64_t shift = 0) {
+  const ZPoly x = zpoly({0, 1});
+  ZPoly p = zpoly({-shift, 1});
+  for (std::int64_t a : radicands) {
+    ZPoly even, odd;
+    for (std::size_t k = p.coefficients().size(); k-- > 0;) {
+      ZPoly next_even = x * even + odd.scale(Int(a)) + ZPoly::constant(p.coefficients()[k]);
+      odd = even + x * odd;
+      even = std::move(next_even);
+    }
+    p = even * even - (odd * odd).scale(Int(a));
+  }
+  return p;
+}
+
+TEST(ModInt, ArithmeticAgreesWithIntegerRemainders) {
+  const Int big_prime = Int(2).pow(89) - Int(1);
+  const Int word_limit = Int(2).pow(62);
+  struct Case {
+    Int a, b, m;
+  };
+  const Case cases[] = {
+      {Int(3), Int(5), Int(7)},           {Int(-3), Int(12), Int(7)},
+      {Int(INT64_MIN), Int(INT64_MAX), Int(1000003)},
+      {word_limit - Int(5), word_limit - Int(7), word_limit - Int(3)},
+      {word_limit + Int(5), Int(-7), word_limit + Int(9)},
+      {Int(2).pow(100), -Int(3).pow(70), big_prime},
+      {Int(5), Int(0), Int(1)},
+  };
+  const auto reference = [](const Int& v, const Int& m) {
+    Int r = rem(v, m);
+    return r.sign() < 0 ? r + m : r;
+  };
+  for (const Case& c : cases) {
+    const ModInt a(c.a, c.m), b(c.b, c.m);
+    EXPECT_EQ(a.value(), reference(c.a, c.m));
+    EXPECT_EQ((a + b).value(), reference(c.a + c.b, c.m));
+    EXPECT_EQ((a - b).value(), reference(c.a - c.b, c.m));
+    EXPECT_EQ((a * b).value(), reference(c.a * c.b, c.m));
+    EXPECT_EQ((-a).value(), reference(-c.a, c.m));
+    if (gcd(b.value(), c.m).is_one()) {
+      const ModInt q = *div(a, b);
+      EXPECT_EQ(q * b, a);
+    }
+  }
+}
+
+TEST(ModInt, DivisionFailures) {
+  const auto no_inverse = div(ModInt(Int(1), Int(9)), ModInt(Int(6), Int(9)));
+  EXPECT_EQ(no_inverse.failure().kind, FailureKind::Division);
+  EXPECT_EQ(no_inverse.failure().message, "Not divisible");
+  EXPECT_EQ(div(ModInt(Int(1), Int(7)), ModInt(Int(0), Int(7))).failure().message, "Not divisible");
+  const auto mixed = div(ModInt(Int(1), Int(7)), ModInt(Int(2), Int(11)));
+  EXPECT_EQ(mixed.failure().kind, FailureKind::Type);
+  EXPECT_EQ(mixed.failure().message, "Numbers have different moduli");
+  EXPECT_THROW(ModInt(Int(1), Int(7)) + ModInt(Int(1), Int(11)), InternalError);
+}
+
+TEST(ModInt, PolynomialsKeepTheirModulus) {
+  const ModPoly p = reduce(zpoly({-1, 0, 1}), Int(5));
+  const ModPoly zero = p - p;
+  EXPECT_TRUE(zero.is_zero());
+  EXPECT_EQ(zero.context(), Int(5));
+  EXPECT_EQ(polynomial_text(reduce(zpoly({-1, 7, 3}), Int(5))), "3x² + 2x + 4");
+  const auto qr = *divrem(p, reduce(zpoly({1, 2}), Int(5)));
+  EXPECT_TRUE((qr.quotient * reduce(zpoly({1, 2}), Int(5)) + qr.remainder - p).is_zero());
+}
+
+TEST(Factoring, ChoosePrimeSkipsBadPrimes) {
+  struct Case {
+    ZPoly f;
+    std::int64_t prime;
+  };
+  const Case cases[] = {
+      {zpoly({-1, 0, 1}), 3},      // the first odd prime
+      {zpoly({-3, 0, 1}), 5},      // x^2 - 3 = x^2 mod 3
+      {zpoly({1, 1, 15}), 7},      // 3 and 5 divide the leading coefficient
+      {zpoly({1, 0, -10, 0, 1}), 5},  // (x^2 + 1)^2 mod 3
+  };
+  for (const Case& c : cases) EXPECT_EQ(*choose_prime(c.f), Int(c.prime)) << polynomial_text(c.f);
+  EXPECT_EQ(choose_prime(ZPoly()).failure().message, "choose_prime of zero polynomial");
+}
+
+TEST(Factoring, LiftExponentOfTheSmallestCase) {
+  // x^2 - 1 with p = 3: the bound M is 6, so k = 2.
+  EXPECT_EQ(lift_exponent(zpoly({-1, 0, 1}), Int(3)), 2u);
+  EXPECT_EQ(lift_exponent(zpoly({-1, 1}), Int(3)), 2u);
+}
+
+TEST(Factoring, ModularFactorsMultiplyBack) {
+  const ZPoly polys[] = {sum_of_roots({2, 3, 5}), sum_of_roots({2, 3, 5, 7}, 1),
+                         zpoly({-1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1}), zpoly({7, -3, 0, 5, 2, 0, 0, 11})};
+  for (const ZPoly& f : polys) {
+    const Int p = *choose_prime(f);
+    const auto parts = *distinct_degree(f, p);
+    for (std::size_t d = 1; d < parts.size(); ++d) EXPECT_EQ(parts[d].degree() % static_cast<std::int64_t>(d), 0);
+    const auto factors = *modular_factors(f, p);
+    ModPoly product = ModPoly::constant(ModInt(f.leading(), p));
+    for (const ModPoly& g : factors) {
+      EXPECT_EQ(g.leading(), ModInt(Int(1), p));
+      product *= g;
+    }
+    EXPECT_EQ(product, reduce(f, p)) << polynomial_text(f);
+    if (f == sum_of_roots({2, 3, 5})) {
+      for (const ModPoly& g : factors) EXPECT_LE(g.degree(), 2);
+    }
+  }
+}
+
+TEST(Factoring, HenselLiftingInvariants) {
+  const ZPoly polys[] = {sum_of_roots({2, 3, 5}) * zpoly({3, -1, 2}), sum_of_roots({2, 3, 5, 7}),
+                         zpoly({-6, 11, -6, 1}) * zpoly({1, 1, 0, 5})};
+  for (const ZPoly& f : polys) {
+    const Int p = *choose_prime(f);
+    const auto factors = *modular_factors(f, p);
+    const std::uint64_t k = lift_exponent(f, p);
+    const Int m = p.pow(static_cast<std::uint32_t>(k));
+    const auto lifted = *hensel_lift(f, factors, p, k);
+    ASSERT_EQ(lifted.size(), factors.size());
+    ModPoly product = ModPoly::constant(ModInt(f.leading(), m));
+    for (std::size_t i = 0; i < lifted.size(); ++i) {
+      EXPECT_EQ(lifted[i].context(), m);
+      EXPECT_EQ(lifted[i].leading(), ModInt(Int(1), m));
+      EXPECT_EQ(reduce(residues(lifted[i]), p), factors[i]);
+      product *= lifted[i];
+    }
+    EXPECT_EQ(product, reduce(f, m)) << polynomial_text(f);
+  }
+}
+
+TEST(Factoring, LiftPairReachesTheTargetModulus) {
+  // f = (x^2 + 1)(3x - 2) with p = 5: g = x^2 + 1, h = 3x - 2 mod 5.
+  const ZPoly f = zpoly({1, 0, 1}) * zpoly({-2, 3});
+  const Int p(5);
+  for (std::uint32_t k : {1u, 2u, 3u, 7u, 20u}) {
+    const auto [g, h] = *lift_pair(f, reduce(zpoly({1, 0, 1}), p), reduce(zpoly({-2, 3}), p), p, k);
+    const Int m = p.pow(k);
+    EXPECT_EQ(reduce(g * h, m), reduce(f, m)) << k;
+    EXPECT_TRUE(g.leading().is_one());
+    for (const Int& c : h.coefficients()) EXPECT_TRUE(c.sign() >= 0 && compare(c, m) < 0);
+  }
+}
+
+TEST(Factoring, KnownFactorizations) {
+  struct Case {
+    ZPoly input;
+    std::vector<std::string> factors;
+  };
+  const ZPoly sd3 = sum_of_roots({2, 3, 5}), sd3_shifted = sum_of_roots({2, 3, 7}, 1);
+  const Case cases[] = {
+      {zpoly({-1, 0, 1}), sorted_texts({zpoly({1, 1}), zpoly({-1, 1})})},
+      {zpoly({4, 0, -1}), sorted_texts({zpoly({2, 1}), zpoly({-2, 1})})},
+      {zpoly({1, 2, 1}), sorted_texts({zpoly({1, 1})})},
+      {zpoly({2, 2}), sorted_texts({zpoly({1, 1})})},
+      {zpoly({0, 1}), sorted_texts({zpoly({0, 1})})},
+      {zpoly({5}), {}},
+      {zpoly({1, 0, -10, 0, 1}), sorted_texts({zpoly({1, 0, -10, 0, 1})})},
+      {sd3 * sd3_shifted * zpoly({-1, 0, 1}).pow(2) * zpoly({6}),
+       sorted_texts({sd3, sd3_shifted, zpoly({1, 1}), zpoly({-1, 1})})},
+      {sum_of_roots({2, 3, 5, 7}), sorted_texts({sum_of_roots({2, 3, 5, 7})})},
+      {zpoly({-1, 0, 0, 0, 0, 0, 1}),
+       sorted_texts({zpoly({-1, 1}), zpoly({1, 1}), zpoly({1, 1, 1}), zpoly({1, -1, 1})})},
+      {zpoly({-6, 0, 2}) * zpoly({3, 0, 0, 9}), sorted_texts({zpoly({-3, 0, 1}), zpoly({1, 0, 0, 3})})},
+  };
+  for (const Case& c : cases) EXPECT_EQ(factor_texts(c.input), c.factors) << polynomial_text(c.input);
+}
+
+TEST(Factoring, RationalInputIsClearedToPrimitive) {
+  // (x/2 - 1/3)(x^2 + 3/4) = (3x - 2)(4x^2 + 3) / 24.
+  const QPoly p = QPoly({Fraction::of(Int(-1), Int(3)), Fraction::of(Int(1), Int(2))}) *
+                  QPoly({Fraction::of(Int(3), Int(4)), Fraction(0), Fraction(1)});
+  const auto factors = *factor(p);
+  std::vector<std::string> texts;
+  for (const QPoly& f : factors) texts.push_back(polynomial_text(f));
+  std::sort(texts.begin(), texts.end());
+  EXPECT_EQ(texts, (std::vector<std::string>{"3x + -2", "4x² + 3"}));
+  EXPECT_EQ(*primitive_integer_part(p), zpoly({-6, 9, -8, 12}));
+}
+
+TEST(Factoring, ZeroPolynomialFails) {
+  const auto result = factor(QPoly());
+  EXPECT_EQ(result.failure().kind, FailureKind::Range);
+  EXPECT_EQ(result.failure().message, "monic() of zero polynomial");
+}
+
+TEST(Factoring, GuardsOfTheSteps) {
+  EXPECT_EQ(equal_degree(reduce(zpoly({1, 1, 1}), Int(2)), 1).failure().message, "p=2 not implemented");
+  EXPECT_EQ(hensel_lift(zpoly({-1, 0, 1}), {}, Int(3), std::uint64_t{1} << 33).failure().message,
+            "exponent too large");
+  const auto lifted = *hensel_lift(zpoly({-1, 0, 1}), {reduce(zpoly({1, 1}), Int(3)), reduce(zpoly({-1, 1}), Int(3))},
+                                   Int(3), 2);
+  EXPECT_EQ(combine_factors(zpoly({-1, 0, 1}), lifted, Int(9))->size(), 2u);
+}
+
+}  // namespace
+}  // namespace tv
