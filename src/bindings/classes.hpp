@@ -7,6 +7,7 @@
 namespace tv::py {
 
 PyObject* fraction_class();
+PyObject* image_class();
 PyObject* shape_class();
 PyObject* recipe_class();
 
