@@ -14,6 +14,7 @@ PyObject* recipe_class();
 // Module functions defined in their own files, as new references bound to `module`.
 PyObject* factor_polynomial_function(PyObject* module);
 PyObject* catalog_function(PyObject* module);
+PyObject* polyhedra_function(PyObject* module);
 PyObject* non_jumbling_function(PyObject* module);
 
 }  // namespace tv::py

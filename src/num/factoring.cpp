@@ -12,6 +12,21 @@ thread_local std::uint64_t random_state = 0x2545F4914F6CDD1D;
 
 ModPoly constant_mod(std::int64_t c, const Int& m) { return ModPoly::constant(ModInt(Int(c), m)); }
 
+// a divided by its leading coefficient, through one inverse; the failure of monic() for zero.
+Result<ModPoly> make_monic(const ModPoly& a) {
+  if (a.is_zero()) return a.monic();
+  TV_TRY(ModInt inverse, a.leading().inverse());
+  return a.scale(inverse);
+}
+
+// Whether f keeps its degree and stays square-free modulo the prime p.
+Result<bool> square_free_modulo(const ZPoly& f, const Int& p) {
+  if (!gcd(p, f.leading()).is_one()) return false;
+  const ModPoly reduced = reduce(f, p);
+  TV_TRY(ModPoly common, euclidean_gcd(reduced, reduced.derivative()));
+  return common.degree() <= 0;
+}
+
 // The product of `factors`, all over one modulus, times `scale`.
 ModPoly product(std::span<const ModPoly> factors, ModPoly scale) {
   for (const ModPoly& factor : factors) scale *= factor;
@@ -114,7 +129,7 @@ Int symmetric(const ModInt& c) {
 Status lift_tree(const ZPoly& f, std::span<const ModPoly> factors, const Int& p, std::uint32_t k,
                  const Int& target, std::vector<ModPoly>& out) {
   if (factors.size() == 1) {
-    TV_TRY(ModPoly lifted, reduce(f, target).monic());
+    TV_TRY(ModPoly lifted, make_monic(reduce(f, target)));
     out.push_back(std::move(lifted));
     return {};
   }
@@ -138,8 +153,9 @@ struct Scratch {
 };
 
 // The subset search of combine_factors. Subsets are visited by visit(0, s). A true factor
-// g = L times the subset's product has a constant term that divides L cur(0), so a subset's
-// product is only formed when its constant terms pass that test. The constant terms are
+// g = L times the subset's product divides L cur, so g(a) divides L cur(a) for every integer a.
+// A subset's product is only formed when its constant terms pass that test at a = 0, and it
+// is only divided into L cur when it passes at a = 1 and a = -1. The constant terms are
 // multiplied along the recursion, one product per depth; products are formed in GMP integers
 // that keep their storage.
 class Recombination {
@@ -196,6 +212,7 @@ class Recombination {
     if (current_.is_zero()) return other_failure("combine_factors: zero polynomial");
     if (!constant_term_divides(rest, depth) || holds_used_factor(rest)) return {};
     ZPoly g = candidate(rest);
+    if (!divides(eval(g, 1), wanted_at_one_) || !divides(eval(g, -1), wanted_at_minus_one_)) return {};
     if (!exact_quotient(current_.scale(current_.leading()), g)) return {};
     TV_TRY(g, g.divide_coefficients(content(g)));
     auto rest_of_f = exact_quotient(current_, g);
@@ -215,7 +232,6 @@ class Recombination {
     mpz_mul(c, c, lead_.v);
     mpz_mod(c, c, modulus_.v);
     to_symmetric(c);
-    if (mpz_sgn(c) == 0) return mpz_sgn(wanted_.v) == 0;
     return mpz_divisible_p(wanted_.v, c) != 0;
   }
 
@@ -261,7 +277,18 @@ class Recombination {
     current_.leading().get_mpz(lead_.v);
     mpz_mod(lead_.v, lead_.v, modulus_.v);
     (current_.leading() * current_.coefficient(0)).get_mpz(wanted_.v);
+    wanted_at_one_ = current_.leading() * eval(current_, 1);
+    wanted_at_minus_one_ = current_.leading() * eval(current_, -1);
   }
+
+  static Int eval(const ZPoly& p, std::int64_t a) {
+    Int value(0);
+    for (std::size_t k = p.coefficients().size(); k-- > 0;) value = value * Int(a) + p.coefficients()[k];
+    return value;
+  }
+
+  // Whether d divides n; only zero divides zero.
+  static bool divides(const Int& d, const Int& n) { return d.is_zero() ? n.is_zero() : rem(n, d).is_zero(); }
 
   std::vector<std::vector<Scratch>> lifted_;  // the lifted factors' coefficients in [0, m)
   ZPoly current_;
@@ -270,6 +297,7 @@ class Recombination {
   std::vector<bool> used_;  // factors that are part of a factor found
   Scratch modulus_;
   Scratch lead_, wanted_;  // L mod m and L cur(0)
+  Int wanted_at_one_, wanted_at_minus_one_;  // L cur(1) and L cur(-1)
   std::vector<Scratch> suffix_constants_, depth_constants_;
   std::vector<Scratch> product_, next_;  // a candidate's coefficients, as it is multiplied out
   Scratch constant_, twice_;
@@ -305,6 +333,12 @@ Result<ZPoly> primitive_integer_part(const QPoly& s) {
 Result<ZPoly> square_free_integer_part(const QPoly& p) {
   if (p.is_zero()) return range_failure("monic() of zero polynomial");
   TV_TRY(ZPoly f, primitive_integer_part(p));
+  // A repeated factor of f stays one modulo every prime that keeps f's degree, so most
+  // polynomials are shown square-free by a cheap gcd modulo a small prime.
+  for (std::int64_t q : {3, 5, 7, 11, 13}) {
+    TV_TRY(bool square_free, square_free_modulo(f, Int(q)));
+    if (square_free) return f;
+  }
   // Over the integers the subresultant sequence needs exact divisions only, no rational gcds.
   TV_TRY(ZPoly common, gcd(f, f.derivative()));
   if (common.degree() == 0) return f;
@@ -337,10 +371,13 @@ ZPoly symmetric_residues(const ModPoly& a) {
 
 Result<ModPoly> euclidean_gcd(ModPoly a, ModPoly b) {
   if (a.degree() < b.degree()) std::swap(a, b);
+  if (!b.is_zero()) {
+    TV_TRY(b, make_monic(b));
+  }
   while (!b.is_zero()) {
     TV_TRY(ModPoly r, rem(a, b));
     if (!r.is_zero()) {
-      TV_TRY(r, r.monic());
+      TV_TRY(r, make_monic(r));
     }
     a = std::move(b);
     b = std::move(r);
@@ -369,18 +406,15 @@ Result<Int> choose_prime(const ZPoly& f) {
     if (!is_prime_by_trial_division(candidate, primes)) continue;
     primes.push_back(candidate);
     const Int p(candidate);
-    // The equal-degree split needs an odd prime, and f must keep its degree and stay
-    // square-free modulo p.
-    if (candidate == 2 || !gcd(p, f.leading()).is_one()) continue;
-    const ModPoly reduced = reduce(f, p);
-    TV_TRY(ModPoly common, euclidean_gcd(reduced, reduced.derivative()));
-    if (common.degree() > 0) continue;
-    return p;
+    // The equal-degree split needs an odd prime.
+    if (candidate == 2) continue;
+    TV_TRY(bool square_free, square_free_modulo(f, p));
+    if (square_free) return p;
   }
 }
 
 Result<std::vector<ModPoly>> distinct_degree(const ZPoly& f, const Int& p) {
-  TV_TRY(ModPoly g, reduce(f, p).monic());
+  TV_TRY(ModPoly g, make_monic(reduce(f, p)));
   const ModPoly one = constant_mod(1, p);
   const ModPoly x = ModPoly::monomial(ModInt(Int(1), p), 1);
   ModPoly h = x;
@@ -389,7 +423,7 @@ Result<std::vector<ModPoly>> distinct_degree(const ZPoly& f, const Int& p) {
   for (std::int64_t i = 1; 2 * i <= g.degree(); ++i) {
     TV_TRY(h, pow_mod(std::move(h), p, g));
     TV_TRY(ModPoly c, euclidean_gcd(h - x, g));
-    TV_TRY(c, c.monic());
+    TV_TRY(c, make_monic(c));
     TV_TRY(g, div_exact(g, c));
     parts.push_back(std::move(c));
   }
@@ -407,7 +441,7 @@ Result<std::vector<ModPoly>> equal_degree(const ModPoly& f, std::int64_t d) {
   for (int draw = 0; draw < 1000; ++draw) {
     TV_TRY(ModPoly b, pow_mod(random_probe(d, p), exponent, f));
     TV_TRY(ModPoly g, euclidean_gcd(b - one, f));
-    TV_TRY(g, g.monic());
+    TV_TRY(g, make_monic(g));
     if (g.degree() > 0 && g.degree() < f.degree()) {
       TV_TRY(ModPoly q, div_exact(f, g));
       TV_TRY(std::vector<ModPoly> factors, equal_degree(g, d));

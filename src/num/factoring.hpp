@@ -67,8 +67,8 @@ ZPoly symmetric_residues(const ModPoly& a);
 
 // b^e mod m by square and multiply.
 Result<ModPoly> pow_mod(ModPoly b, Int e, const ModPoly& m);
-// The Euclidean remainder sequence, the operand of higher degree first. Each remainder is made
-// monic, so that every division is by a monic divisor; the result is a gcd up to a unit.
+// The Euclidean remainder sequence, the operand of higher degree first. Every divisor is made
+// monic first, so the result is a gcd up to a unit, and monic unless b is zero.
 Result<ModPoly> euclidean_gcd(ModPoly a, ModPoly b);
 
 // The first odd prime, in increasing order, that does not divide lc(f) and modulo which f
