@@ -56,6 +56,7 @@ def clip(start, length, limit):
 @given(images(), coordinates, coordinates, lengths, lengths, colors, modes)
 @example(tv.Image(3, 3, (0, 0, 0, 255)), 0, 0, 3, 3, (128, 128, 128, 128), "over")  # alpha stays 255
 @example(tv.Image(1, 1), 0, 0, 1, 1, (128, 0, 0, 1), "over")  # a sum of 128 rounds down to 0
+@example(tv.Image(1, 1, (200, 100, 0, 64)), 0, 0, 1, 1, (0, 100, 200, 64), "over")  # d's alpha weighs nothing
 def test_fill_rect_blends_the_clipped_slice(image, x, y, width, height, color, mode):
     expected = pixels(image)
     (x0, x1), (y0, y1) = clip(x, width, image.width), clip(y, height, image.height)
@@ -81,6 +82,7 @@ def test_blit_blends_the_clipped_source(target, src, x, y, src_x, src_y, src_wid
 
 
 @given(images(max_side=14), st.integers(1, 16))
+@example(tv.Image.from_bytes(2, 1, bytes([0, 0, 0, 255, 0, 0, 0, 0])), 2)  # alpha (255 + 2) // 4 is 64, not 63
 def test_downsample_is_a_rounded_block_mean(image, factor):
     h, w = image.height // factor, image.width // factor
     blocks = pixels(image)[:h * factor, :w * factor].reshape(h, factor, w, factor, 4).sum((1, 3))
@@ -255,6 +257,17 @@ def test_text_is_laid_out_by_the_width_table(text, scale, center):
         starts = [origin_x - line_width(line, scale) // 2 if center else origin_x for line in lines if line]
         ends = [start + line_width(line, scale) for start, line in zip(starts, [line for line in lines if line])]
         assert left >= min(starts) and right <= max(ends)
+
+
+def test_text_outside_ascii_and_far_outside_the_image():
+    question, accented = tv.Image(8, 12), tv.Image(8, 12)
+    question.draw_text(0, 0, "?")
+    accented.draw_text(0, 0, "é")
+    assert question.to_bytes() == accented.to_bytes() != bytes(len(question))
+    far = tv.Image(8, 8)
+    assert far.draw_text(2**63 - 1, -2**63, "WW\nWW", scale=2**32 - 1) == 11 * (2**32 - 1)
+    far.draw_text(-2**63, 2**63 - 1, "WW", scale=2**32 - 1, center=True)
+    assert far.to_bytes() == bytes(len(far))
 
 
 @given(texts, st.integers(0, 80), st.integers(1, 3))

@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -167,28 +166,19 @@ TEST(RasterClipping, WhatLiesBehindOrOutsideIsDropped) {
   EXPECT_GT(drawn_pixels({}, in_front), 0);
 }
 
-struct CullCase {
-  CullMode cull;
-  bool counter_clockwise;  // as seen with y up, which makes the screen area negative
-  bool drawn;
-};
-
-class RasterCulling : public testing::TestWithParam<CullCase> {};
-
-TEST_P(RasterCulling, KeepsTrianglesBySignOfArea) {
-  const CullCase c = GetParam();
-  Triangle3 t = {Point3{-0.5, -0.5, 0}, Point3{0.5, -0.5, 0}, Point3{0, 0.5, 0}};
-  if (!c.counter_clockwise) std::swap(t[1], t[2]);
-  const std::vector<Triangle3> triangles = {t};
-  DrawItem item = item_of(triangles, REDS);
-  item.cull = c.cull;
-  EXPECT_EQ(draw(16, 16, {item}).color.pixel(8, 8) == RED, c.drawn);
+TEST(RasterCulling, KeepsTrianglesBySignOfArea) {
+  // Counter-clockwise with y up, as a front face is, gives a negative area on screen.
+  const std::vector<Triangle3> front = {{Point3{-0.5, -0.5, 0}, Point3{0.5, -0.5, 0}, Point3{0, 0.5, 0}}};
+  const std::vector<Triangle3> back = {{front[0][0], front[0][2], front[0][1]}};
+  for (const auto& [cull, front_drawn, back_drawn] :
+       {std::tuple{CullMode::Back, true, false}, {CullMode::Front, false, true}, {CullMode::None, true, true}}) {
+    DrawItem item = item_of(front, REDS);
+    item.cull = cull;
+    EXPECT_EQ(draw(16, 16, {item}).color.pixel(8, 8) == RED, front_drawn) << int(cull);
+    item.triangles = back;
+    EXPECT_EQ(draw(16, 16, {item}).color.pixel(8, 8) == RED, back_drawn) << int(cull);
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(Modes, RasterCulling,
-                         testing::Values(CullCase{CullMode::Back, true, true}, CullCase{CullMode::Back, false, false},
-                                         CullCase{CullMode::Front, true, false}, CullCase{CullMode::Front, false, true},
-                                         CullCase{CullMode::None, true, true}, CullCase{CullMode::None, false, true}));
 
 TEST(RasterDepth, EqualDepthKeepsTheFirstAndTranslucentOverStillWritesDepth) {
   const std::vector<Triangle3> near_square = {{{{-1, -1, 0}, {1, -1, 0}, {1, 1, 0}}}, {{{-1, -1, 0}, {1, 1, 0}, {-1, 1, 0}}}};
@@ -313,40 +303,6 @@ TEST(RasterThreads, SameBytesOnAnyPoolSizeAndInsidePoolTasks) {
   std::vector<std::uint64_t> nested(4);
   pool::for_each_task(nested.size(), [&](std::size_t i) { nested[i] = scene_digest(); });
   for (std::uint64_t d : nested) EXPECT_EQ(d, here);
-}
-
-// Throughput on a 1024 x 1024 frame of 6000 small opaque triangles with outlines, the load of
-// a puzzle frame at twice its size. Run it by hand under RAYON_NUM_THREADS=1 and 2:
-//   torvane_tests --gtest_also_run_disabled_tests --gtest_filter='*RasterThroughput*'
-TEST(RasterThroughput, DISABLED_TrianglesPerSecond) {
-  std::mt19937 random(3);
-  std::uniform_real_distribution<double> unit(-1, 1);
-  std::vector<Triangle3> triangles;
-  std::vector<Segment3> segments;
-  for (int t = 0; t < 6000; ++t) {
-    const Point3 c{unit(random), unit(random), unit(random)};
-    auto near_c = [&] { return Point3{c.x + 0.05 * unit(random), c.y + 0.05 * unit(random), c.z}; };
-    triangles.push_back({near_c(), near_c(), near_c()});
-    segments.push_back({triangles.back()[0], triangles.back()[1]});
-  }
-  const std::vector<Color> colors(triangles.size(), RED);
-  DrawItem fill = item_of(triangles, colors);
-  fill.model[14] = -3;
-  fill.depth_test = fill.depth_write = true;
-  DrawItem outline = fill;
-  outline.triangles = {};
-  outline.segments = segments;
-  outline.line_width = 2;
-  outline.polygon_offset = {true, -1.0f, -4.0f};
-  const std::vector<DrawItem> items = {fill, outline};
-  RasterScratch scratch;
-  RasterFrame frame = RasterFrame::create(1024, 1024, 0).value();
-  const int frames = 20;
-  const auto start = std::chrono::steady_clock::now();
-  for (int f = 0; f < frames; ++f) rasterize(scratch, frame, items, PERSPECTIVE);
-  const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
-  std::printf("%zu threads: %.2f ms a frame, %.0f triangles per second\n", pool::thread_count(),
-              seconds.count() * 1e3 / frames, scratch.triangles.size() * frames / seconds.count());
 }
 
 }  // namespace
