@@ -4,9 +4,14 @@
 
 #include "bindings/compat.hpp"
 
+namespace tv {
+class Fraction;
+}
+
 namespace tv::py {
 
 PyObject* fraction_class();
+PyObject* real_class();
 PyObject* image_class();
 PyObject* shape_class();
 PyObject* recipe_class();
@@ -16,5 +21,8 @@ PyObject* factor_polynomial_function(PyObject* module);
 PyObject* catalog_function(PyObject* module);
 PyObject* polyhedra_function(PyObject* module);
 PyObject* non_jumbling_function(PyObject* module);
+
+// A new Fraction object holding `value`.
+PyObject* fraction_object(const Fraction& value);
 
 }  // namespace tv::py

@@ -123,4 +123,6 @@ PyType_Spec spec = {"torvane._native.Fraction", 0, 0, Py_TPFLAGS_DEFAULT | Py_TP
 
 PyObject* fraction_class() { return create_type<FractionClass>(spec); }
 
+PyObject* fraction_object(const Fraction& value) { return wrap<FractionClass>(value); }
+
 }  // namespace tv::py

@@ -60,6 +60,7 @@ int exec_module(PyObject* module) {
     const bool ok = register_attribute(module, "__version__", PyUnicode_FromString("0.1.1")) &&
                     register_attribute(module, "PuzzleError", Py_NewRef(puzzle_error_type())) &&
                     register_attribute(module, "Fraction", fraction_class()) &&
+                    register_attribute(module, "Real", real_class()) &&
                     register_attribute(module, "Image", image_class()) &&
                     register_attribute(module, "Shape", shape_class()) &&
                     register_attribute(module, "Recipe", recipe_class()) &&
