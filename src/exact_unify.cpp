@@ -4,7 +4,8 @@
 // N(x) = Res_y(m(y), x^k - a(y)), where m is the min_poly of a's field and a(y) is a's
 // coefficient polynomial. Its square-free part, with an interval around the non-negative root
 // that holds no other root of N (found by bisection on the sign of t^k - a), defines the new
-// field. N is not factored, so that field may be a ring until the next unify.
+// field. The field keeps N itself, not the factor of N that has the root, so it may be a ring
+// until the next unify; factoring N only tells whether it is one.
 //
 // unify: for fields Q(alpha) and Q(beta), gamma = c alpha + beta generates both when the
 // resultant R(x) = Res_y(m1(y), m2(x - c y)), whose roots are all c alpha_i + beta_j, is
@@ -30,24 +31,22 @@ QXYPoly in_y(const QPoly& p) {
   return QXYPoly(std::move(c));
 }
 
-// p(S(y)) for a substitution whose coefficients are polynomials in x, by Horner's rule.
-QXYPoly compose(const QPoly& p, const QXYPoly& s) {
-  QXYPoly acc;
+// p(S(y)) by Horner's rule, top coefficient first, each coefficient of p made a constant of
+// S's coefficient type by `lift`.
+template <class Poly, class Lift>
+Poly compose(const QPoly& p, const Poly& s, Lift lift) {
+  Poly acc(s.context());
   const auto& c = p.coefficients();
-  for (std::size_t k = c.size(); k-- > 0;) acc = acc * s + QXYPoly::constant(rational(c[k]));
+  for (std::size_t k = c.size(); k-- > 0;) acc = acc * s + Poly::constant(lift(c[k]));
   return acc;
 }
 
-// p(S(y)) over a field, S read there: Horner's rule, top coefficient first.
+// p(S(y)) over a field, the substitution's coefficients read there.
 APoly compose_over(const FieldRef& field, const QPoly& p, const Substitution& s) {
   std::vector<AlgebraicNumber> terms;
   for (const QPoly& c : s) terms.push_back(AlgebraicNumber::from_polynomial(field, c));
-  const APoly substitution(std::move(terms), field);
-  APoly acc(field);
-  const auto& c = p.coefficients();
-  for (std::size_t k = c.size(); k-- > 0;)
-    acc = acc * substitution + APoly::constant(AlgebraicNumber::constant(field, c[k]));
-  return acc;
+  return compose(p, APoly(std::move(terms), field),
+                 [&](const Fraction& x) { return AlgebraicNumber::constant(field, x); });
 }
 
 APoly constants_over(const FieldRef& field, const QPoly& p) {
@@ -92,7 +91,7 @@ Result<PrimitiveElement> primitive_element(const QPoly& m1, const QPoly& m2) {
   const QXYPoly first = in_y(m1);
   for (std::int64_t c = 1;; ++c) {
     const QXYPoly shifted({QPoly::monomial(Fraction(1), 1), rational(Fraction(-c))});  // x - c y
-    TV_TRY(QPoly r, resultant(first, compose(m2, shifted)));
+    TV_TRY(QPoly r, resultant(first, compose(m2, shifted, rational)));
     TV_TRY(QPoly g, gcd(r, r.derivative()));
     if (g.degree() == 0) return PrimitiveElement{Fraction(c), std::move(r)};
   }
