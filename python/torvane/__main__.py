@@ -1,23 +1,64 @@
-"""A short tour of torvane: ``python -m torvane``."""
+"""A short tour of torvane: ``python -m torvane [--out DIR]``."""
+
+import argparse
+import os
+import tempfile
 
 import torvane as tv
 
 
-def main() -> None:
-    print(f"torvane {tv.__version__}: {len(tv.__all__)} names, worker pool of {tv.thread_count()} threads")
-    print()
+def show_fractions() -> None:
     print("Exact rationals, always in lowest terms:")
     third, sixth = tv.Fraction(1, 3), tv.Fraction(1, 6)
-    print(f"  {third} + {sixth} = {third + sixth}")
-    print(f"  {tv.Fraction(2, -4)!r} has numerator {tv.Fraction(2, -4).numerator} "
-          f"and denominator {tv.Fraction(2, -4).denominator}")
+    print(f"  {third} + {sixth} = {third + sixth};  {tv.Fraction(2, -4)!r}")
     big = tv.Fraction(2**62, 3) * tv.Fraction(2**62, 5)
     print(f"  (2^62/3) * (2^62/5) = {big}, about {float(big):.6g}")
-    print(f"  float(1/3) = {float(third)!r}, the double nearest to it")
     try:
         tv.Fraction(1, 0)
     except ZeroDivisionError as error:
         print(f"  Fraction(1, 0) raises ZeroDivisionError: {error}")
+
+
+def show_factoring() -> None:
+    print("Factoring over the rationals (coefficients lowest degree first):")
+    for name, coefficients in [("x^4 - 1", [-1, 0, 0, 0, 1]), ("x^6 - 1", [-1, 0, 0, 0, 0, 0, 1]),
+                               ("x^4 - 10x^2 + 1", [1, 0, -10, 0, 1])]:
+        factors = tv.factor_polynomial(coefficients)
+        print(f"  {name}: {len(factors)} factor(s) {factors}")
+
+
+def show_recipes() -> None:
+    catalog = tv.catalog()
+    print(f"Recipes: {len(catalog)} cataloged puzzles over {len(tv.polyhedra())} polyhedra, "
+          f"{len(tv.non_jumbling())} of them never jumble. For example:")
+    for name in ["Pyraminx", "Megaminx"]:
+        recipe = tv.Recipe.named(name)
+        print(f"  {name}: {recipe}  ({len(recipe.shell)} shell shape, {len(recipe.cuts)} cut shapes)")
+
+
+def write_caption_image(directory: str) -> str:
+    image = tv.Image(160, 48, (24, 26, 32, 255))
+    image.fill_rect(4, 4, 152, 40, (0, 81, 186, 255))
+    image.fill_rect(8, 8, 144, 32, (255, 213, 0, 96), mode="over")
+    lines = f"torvane {tv.__version__}\n{tv.thread_count()} worker threads"
+    image.draw_text(80, 10, lines, color=(255, 255, 255, 255), center=True)
+    path = os.path.join(directory, "torvane-demo.png")
+    image.save(path)
+    return path
+
+
+def main() -> None:
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--out", default=tempfile.gettempdir(), help="folder for the demo picture")
+    args = parser.parse_args()
+    print(f"torvane {tv.__version__}: {len(tv.__all__)} names, worker pool of {tv.thread_count()} threads\n")
+    show_fractions()
+    print()
+    show_factoring()
+    print()
+    show_recipes()
+    print()
+    print(f"A captioned picture drawn with the built-in font: {write_caption_image(args.out)}")
 
 
 if __name__ == "__main__":
