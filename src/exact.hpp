@@ -239,8 +239,8 @@ inline constexpr std::int64_t kMaxRootIndex = 1024;
 using Substitution = std::vector<QPoly>;
 
 // The common root in `field` of p(y) and q(S(y)) when their gcd over the field is linear;
-// nothing when it is not, and nothing in a field not known to be irreducible (a ring from
-// `root`), where a remainder sequence cannot be trusted.
+// nothing when it is not. In a ring from `root` it is also nothing when the remainder
+// sequence meets a leading coefficient that is zero by value, since the gcd proves nothing then.
 Result<std::optional<AlgebraicNumber>> common_root(const FieldRef& field, const QPoly& p, const QPoly& q,
                                                    const Substitution& s);
 
