@@ -8,7 +8,18 @@ namespace tv {
 namespace zassenhaus {
 namespace {
 
+// Each thread has its own xorshift state, never reseeded, so the modular factors (and with them
+// the order of the result of factor) depend on the calls made before on the same thread.
 thread_local std::uint64_t random_state = 0x2545F4914F6CDD1D;
+
+unsigned random_bit() {
+  std::uint64_t x = random_state;
+  x ^= x << 13;
+  x ^= x >> 7;
+  x ^= x << 17;
+  random_state = x;
+  return static_cast<unsigned>((x >> 33) & 1);
+}
 
 ModPoly constant_mod(std::int64_t c, const Int& m) { return ModPoly::constant(ModInt(Int(c), m)); }
 
@@ -119,10 +130,6 @@ Int content(const ZPoly& a) {
   Int c(0);
   for (const Int& x : a.coefficients()) c = gcd(c, x);
   return c;
-}
-
-Int symmetric(const ModInt& c) {
-  return compare(c.value() * Int(2), c.modulus()) >= 0 ? c.value() - c.modulus() : c.value();
 }
 
 // Lifts the factors in `factors` of f (given mod p) to mod p^k, appending them to `out`.
@@ -305,15 +312,6 @@ class Recombination {
 
 }  // namespace
 
-unsigned random_bit() {
-  std::uint64_t x = random_state;
-  x ^= x << 13;
-  x ^= x >> 7;
-  x ^= x << 17;
-  random_state = x;
-  return static_cast<unsigned>((x >> 33) & 1);
-}
-
 Result<ZPoly> primitive_integer_part(const QPoly& s) {
   Int numerator_gcd(0), denominator_lcm(1);
   for (const Fraction& c : s.coefficients()) {
@@ -365,7 +363,8 @@ ZPoly residues(const ModPoly& a) {
 ZPoly symmetric_residues(const ModPoly& a) {
   std::vector<Int> coefficients;
   coefficients.reserve(a.coefficients().size());
-  for (const ModInt& c : a.coefficients()) coefficients.push_back(symmetric(c));
+  for (const ModInt& c : a.coefficients())
+    coefficients.push_back(compare(c.value() * Int(2), c.modulus()) >= 0 ? c.value() - c.modulus() : c.value());
   return ZPoly(std::move(coefficients));
 }
 

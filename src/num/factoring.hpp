@@ -30,9 +30,9 @@ using ZPoly = Polynomial<Int>;
 // Takes any rational polynomial. Returns one entry per distinct irreducible factor of positive
 // degree: primitive, with integer coefficients (every denominator is 1). Constant content and
 // multiplicities are dropped: x^2 - 2x + 1 gives [x - 1], 2x + 2 gives [x + 1], and a
-// non-zero constant gives an empty vector. When p's leading coefficient is positive every
-// factor's leading coefficient is too; otherwise the signs of the factors multiply out to
-// p's sign, up to the factors' leading coefficients.
+// non-zero constant gives an empty vector. The factors multiply out to exactly p's square-free
+// part made primitive, with the sign of p's leading coefficient; when that sign is positive,
+// every factor's leading coefficient is positive too.
 //
 // Order: the modular factors are split with the calling thread's random bits, which carry on
 // from call to call, so the order of the factors can differ between two calls on the same
@@ -46,10 +46,6 @@ Result<std::vector<QPoly>> factor(const QPoly& p);
 // The steps of `factor`, for tests and for callers that already hold a primitive integer
 // polynomial.
 namespace zassenhaus {
-
-// One bit of the calling thread's xorshift generator (state 0x2545F4914F6CDD1D at the start
-// of every thread, never reseeded): x ^= x << 13, x ^= x >> 7, x ^= x << 17, then bit 33.
-unsigned random_bit();
 
 // s times the least common multiple of its denominators, divided by the gcd of its numerators:
 // a primitive integer polynomial whose leading coefficient has the sign of s's.
@@ -79,7 +75,9 @@ Result<Int> choose_prime(const ZPoly& f);
 Result<std::vector<ModPoly>> distinct_degree(const ZPoly& f, const Int& p);
 
 // The monic irreducible factors of f, a monic product of distinct irreducibles of degree d
-// modulo an odd prime p, split by random draws (at most 1000 per split).
+// modulo an odd prime p, split by random draws (at most 1000 per split). The bits come from
+// the calling thread's xorshift generator (state 0x2545F4914F6CDD1D at the start of every
+// thread, never reseeded): x ^= x << 13, x ^= x >> 7, x ^= x << 17, then bit 33.
 Result<std::vector<ModPoly>> equal_degree(const ModPoly& f, std::int64_t d);
 
 // The monic irreducible factors of f mod p: the equal-degree splits of the distinct-degree

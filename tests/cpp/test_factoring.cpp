@@ -195,19 +195,12 @@ TEST(Factoring, KnownFactorizations) {
     std::vector<std::string> factors;
   };
   const ZPoly sd3 = sum_of_roots({2, 3, 5}), sd3_shifted = sum_of_roots({2, 3, 7}, 1);
+  // Content, multiplicities and several factors that split modulo every prime; the rest is
+  // compared with FLINT from Python.
   const Case cases[] = {
-      {zpoly({-1, 0, 1}), sorted_texts({zpoly({1, 1}), zpoly({-1, 1})})},
-      {zpoly({4, 0, -1}), sorted_texts({zpoly({2, 1}), zpoly({-2, 1})})},
-      {zpoly({1, 2, 1}), sorted_texts({zpoly({1, 1})})},
-      {zpoly({2, 2}), sorted_texts({zpoly({1, 1})})},
-      {zpoly({0, 1}), sorted_texts({zpoly({0, 1})})},
-      {zpoly({5}), {}},
-      {zpoly({1, 0, -10, 0, 1}), sorted_texts({zpoly({1, 0, -10, 0, 1})})},
       {sd3 * sd3_shifted * zpoly({-1, 0, 1}).pow(2) * zpoly({6}),
        sorted_texts({sd3, sd3_shifted, zpoly({1, 1}), zpoly({-1, 1})})},
       {sum_of_roots({2, 3, 5, 7}), sorted_texts({sum_of_roots({2, 3, 5, 7})})},
-      {zpoly({-1, 0, 0, 0, 0, 0, 1}),
-       sorted_texts({zpoly({-1, 1}), zpoly({1, 1}), zpoly({1, 1, 1}), zpoly({1, -1, 1})})},
       {zpoly({-6, 0, 2}) * zpoly({3, 0, 0, 9}), sorted_texts({zpoly({-3, 0, 1}), zpoly({1, 0, 0, 3})})},
   };
   for (const Case& c : cases) EXPECT_EQ(factor_texts(c.input), c.factors) << polynomial_text(c.input);
@@ -225,13 +218,8 @@ TEST(Factoring, RationalInputIsClearedToPrimitive) {
   EXPECT_EQ(*primitive_integer_part(p), zpoly({-6, 9, -8, 12}));
 }
 
-TEST(Factoring, ZeroPolynomialFails) {
-  const auto result = factor(QPoly());
-  EXPECT_EQ(result.failure().kind, FailureKind::Range);
-  EXPECT_EQ(result.failure().message, "monic() of zero polynomial");
-}
-
 TEST(Factoring, GuardsOfTheSteps) {
+  EXPECT_EQ(factor(QPoly()).failure().kind, FailureKind::Range);
   EXPECT_EQ(equal_degree(reduce(zpoly({1, 1, 1}), Int(2)), 1).failure().message, "p=2 not implemented");
   EXPECT_EQ(hensel_lift(zpoly({-1, 0, 1}), {}, Int(3), std::uint64_t{1} << 33).failure().message,
             "exponent too large");
