@@ -3,7 +3,7 @@
 #   ./run.sh demo       a short tour of the package (the default)
 #   ./run.sh test       every test: the C++ tests, then pytest
 #   ./run.sh sanitize   the same tests built with AddressSanitizer and UndefinedBehaviorSanitizer
-#   ./run.sh tsan       the C++ tests built with ThreadSanitizer
+#   ./run.sh tsan       the C++ tests built with ThreadSanitizer, over a oneTBB built for it
 # Needs root (or sudo) only when Debian packages are missing.
 set -euo pipefail
 cd "$(dirname "$0")"
@@ -56,6 +56,36 @@ build() {
   PATH=$venv/bin:$PATH cmake --build "$dir" -j"$(nproc)"
 }
 
+# Debian's oneTBB is not built for ThreadSanitizer, which then cannot see the pool's own
+# synchronisation and reports every hand-off between tasks. The tsan target links the same
+# oneTBB release, from Debian's source package, built with -fsanitize=thread.
+tsan_tbb() {
+  local dir=$root/build/tbb-tsan
+  [ -f "$dir/install/lib/cmake/TBB/TBBConfig.cmake" ] && return 0
+  apt_packages dpkg-dev
+  mkdir -p "$dir"
+  if ! ls "$dir"/onetbb_*.orig.tar.* >/dev/null 2>&1; then
+    if ! apt-get source --download-only --print-uris onetbb >/dev/null 2>&1; then
+      local sudo=""
+      [ "$(id -u)" -eq 0 ] || sudo=sudo
+      if [ -f /etc/apt/sources.list.d/debian.sources ]; then
+        sed 's/^Types: deb$/Types: deb-src/' /etc/apt/sources.list.d/debian.sources | $sudo tee /etc/apt/sources.list.d/torvane-src.sources >/dev/null
+      else
+        grep '^deb ' /etc/apt/sources.list | sed 's/^deb /deb-src /' | $sudo tee /etc/apt/sources.list.d/torvane-src.list >/dev/null
+      fi
+      $sudo apt-get update -qq
+    fi
+    (cd "$dir" && apt-get source --download-only -qq onetbb)
+  fi
+  rm -rf "$dir/source" && mkdir -p "$dir/source"
+  tar xf "$dir"/onetbb_*.orig.tar.* -C "$dir/source" --strip-components=1
+  PATH=$venv/bin:$PATH cmake -S "$dir/source" -B "$dir/build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+    -DCMAKE_POLICY_VERSION_MINIMUM=3.5 -DTBB_TEST=OFF -DTBB_EXAMPLES=OFF -DTBB_STRICT=OFF -DTBBMALLOC_BUILD=OFF \
+    -DTBB_SANITIZE=thread -DCMAKE_INSTALL_PREFIX="$dir/install" >/dev/null
+  PATH=$venv/bin:$PATH cmake --build "$dir/build" -j"$(nproc)" >/dev/null
+  PATH=$venv/bin:$PATH cmake --install "$dir/build" >/dev/null
+}
+
 setup() {
   system_setup
   python_setup
@@ -85,8 +115,9 @@ case "${1:-demo}" in
   tsan)
     system_setup
     python_setup
-    build build/tsan -DTORVANE_SANITIZE=thread -DCMAKE_BUILD_TYPE=RelWithDebInfo
-    exec build/tsan/torvane_tests --gtest_brief=1
+    tsan_tbb
+    build build/tsan -DTORVANE_SANITIZE=thread -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTBB_DIR="$root/build/tbb-tsan/install/lib/cmake/TBB"
+    LD_LIBRARY_PATH=$root/build/tbb-tsan/install/lib RAYON_NUM_THREADS=4 exec build/tsan/torvane_tests --gtest_brief=1
     ;;
   *)
     echo "usage: $0 [demo|test|sanitize|tsan]" >&2
