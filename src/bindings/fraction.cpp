@@ -61,19 +61,7 @@ PyObject* as_float(PyObject* a) {
 
 PyObject* richcompare(PyObject* a, PyObject* b, int op) {
   if (!is_instance<FractionClass>(a) || !is_instance<FractionClass>(b)) Py_RETURN_NOTIMPLEMENTED;
-  return guarded([&] {
-    const int c = compare(value_of(a), value_of(b));
-    bool result = false;
-    switch (op) {
-      case Py_LT: result = c < 0; break;
-      case Py_LE: result = c <= 0; break;
-      case Py_EQ: result = c == 0; break;
-      case Py_NE: result = c != 0; break;
-      case Py_GT: result = c > 0; break;
-      case Py_GE: result = c >= 0; break;
-    }
-    return to_python(result);
-  });
+  return guarded([&] { return to_python(order_satisfies(compare(value_of(a), value_of(b)), op)); });
 }
 
 Py_hash_t hash(PyObject* a) { return static_cast<Py_hash_t>(value_of(a).hash()); }

@@ -66,17 +66,6 @@ PyObject* as_float(PyObject* a) {
   return guarded([&] { return to_python(released([&] { return real_value(a).to_f64(); })); });
 }
 
-bool holds(int sign, int op) {
-  switch (op) {
-    case Py_LT: return sign < 0;
-    case Py_LE: return sign <= 0;
-    case Py_EQ: return sign == 0;
-    case Py_NE: return sign != 0;
-    case Py_GT: return sign > 0;
-    default: return sign >= 0;
-  }
-}
-
 PyObject* richcompare(PyObject* a, PyObject* b, int op) {
   if (!is_instance<RealClass>(a) || !is_instance<RealClass>(b)) Py_RETURN_NOTIMPLEMENTED;
   return guarded([&]() -> PyObject* {
@@ -89,7 +78,7 @@ PyObject* richcompare(PyObject* a, PyObject* b, int op) {
       });
     });
     if (!sign) return raise_failure(sign.failure());
-    return to_python(holds(sign.value(), op));
+    return to_python(order_satisfies(sign.value(), op));
   });
 }
 

@@ -14,6 +14,18 @@
 
 namespace tv::py {
 
+// Whether a three-way order (negative, zero or positive) satisfies the rich comparison `op`.
+inline bool order_satisfies(int order, int op) {
+  switch (op) {
+    case Py_LT: return order < 0;
+    case Py_LE: return order <= 0;
+    case Py_EQ: return order == 0;
+    case Py_NE: return order != 0;
+    case Py_GT: return order > 0;
+    default: return order >= 0;
+  }
+}
+
 inline PyObject* to_python(PyObject* object) { return object; }
 inline PyObject* to_python(bool flag) { return Py_NewRef(flag ? Py_True : Py_False); }
 inline PyObject* to_python(std::int64_t value) { return PyLong_FromLongLong(value); }
