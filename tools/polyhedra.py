@@ -471,10 +471,20 @@ class Reader:
         raise ValueError(f"unexpected byte {byte!r}")
 
     def power(self, base, exponent):
-        if exponent.denominator == 1:
-            return base ** exponent.numerator
-        value = Pow(self.field.K.to_sympy(base.v), Rational(exponent.numerator, exponent.denominator))
-        return self.field.radical(value)
+        """base^(p/q) for a positive base: an integer power, a root of a rational, or an atom
+        of the field whose q-th power is base^p."""
+        p, q = exponent.numerator, exponent.denominator
+        if p < 0 or base.sign() < 0 and q > 1:
+            raise ValueError("negative exponent, or a root of a negative number")
+        if q == 1:
+            return base ** p
+        if base.rational() is not None:
+            return self.field.radical(Pow(Rational(base.rational().numerator, base.rational().denominator),
+                                          Rational(p, q)))
+        for atom in self.field.atoms:
+            if atom.value.sign() > 0 and atom.value ** q == base ** p:
+                return atom.value
+        raise ValueError("a root that is not an atom of the field")
 
 
 # ---------------------------------------------------------------------------------------------
@@ -488,8 +498,12 @@ def field_sqrt(k):
 PHI = (1 + sqrt(5)) / 2
 SIN72 = sqrt(10 + 2 * sqrt(5))  # 4 sin 72 degrees
 SIN36 = sqrt(10 - 2 * sqrt(5))  # 4 sin 36 degrees
-TAU = cbrt(19 + 3 * sqrt(33)) + cbrt(19 - 3 * sqrt(33))  # 3t - 1, t the tribonacci constant
-LAMBDA = sqrt(28 + 8 * TAU - 2 * TAU**2)  # three times the edge of the snub cube (1, 1/t, t)
+# The snub cube's numbers. u is a real cube root of a positive number; the other real cube
+# root that Cardano's formula for t^3 = t^2 + t + 1 needs is 4/u, so the tribonacci constant
+# t = (1 + u + 4/u) / 3 lies in Q(u), which has degree 6 (u^6 = 38 u^3 - 64).
+CUBE_ROOT = cbrt(19 + 3 * sqrt(33))
+TRIBONACCI = (1 + CUBE_ROOT + cbrt(19 - 3 * sqrt(33))) / 3
+SNUB_EDGE = sqrt(-2 * TRIBONACCI**2 + 4 * TRIBONACCI + 2)  # the edge of the snub cube with vertex (1, 1/t, t)
 
 
 def pentagon_field():
@@ -505,15 +519,41 @@ def hexagonal_antiprism_field():
     return Field([height], lambda f: [f.atom(sqrt(3)), f.atom(height), f.atom(sqrt(3 * sqrt(3) - 3))])
 
 
-def snub_field():
-    """Q(t, edge) for the snub cube: tau = 3t - 1 as a sum of two real cube roots, and
-    Lambda = 3 * edge of the snub cube with vertex (1, 1/t, t)."""
-    def atoms(field):
-        tau, lam = field.atom(TAU), field.atom(LAMBDA)
-        tau2 = tau.squared()
-        return [tau, tau2, lam, tau * lam, tau2 * lam]
+def cube_root_polynomial(value_in_t):
+    """Coefficients of u^0 .. u^5 of a polynomial in t (coefficients lowest first), with
+    t = (1 + u + 4/u) / 3 and 4/u = (38 u^2 - u^5) / 16, reduced by u^6 = 38 u^3 - 64."""
+    def times(p, q):
+        product = [Fraction(0)] * 11
+        for i, a in enumerate(p):
+            for j, b in enumerate(q):
+                product[i + j] += a * b
+        for k in range(10, 5, -1):  # u^k = 38 u^(k-3) - 64 u^(k-6)
+            product[k - 3] += 38 * product[k]
+            product[k - 6] -= 64 * product[k]
+        return product[:6]
 
-    return Field([TAU, LAMBDA], atoms)
+    t = [Fraction(1, 3), Fraction(1, 3), Fraction(38, 48), Fraction(0), Fraction(0), Fraction(-1, 48)]
+    result, power = [Fraction(0)] * 6, [Fraction(1)] + [Fraction(0)] * 5
+    for c in value_in_t:
+        result = [r + c * x for r, x in zip(result, power)]
+        power = times(power, t)
+    return result
+
+
+def snub_field():
+    """Q(u, edge), of degree 12, for the snub cube. Every number is written over the one
+    radical u, in integer powers, and one square root (the edge), so that evaluating a row
+    makes copies of two fields and nothing else to merge."""
+    def atoms(field):
+        u = field.atom(CUBE_ROOT)
+        powers = [Atom("", field.one), u] + [Atom("P" + u.text + f"n{k}/1;", u.value ** k) for k in range(2, 6)]
+        edge2 = cube_root_polynomial([2, 4, -2])
+        if sum((c * p.value for c, p in zip(edge2, powers)), field.rational(0)) != field.radical(SNUB_EDGE) ** 2:
+            raise AssertionError("the edge's square is not that polynomial in u")
+        edge = Atom("P" + write_sum(field, list(zip(edge2, powers))) + "n1/2;", field.radical(SNUB_EDGE))
+        return powers[1:] + [p * edge if p.text else edge for p in powers]
+
+    return Field([CUBE_ROOT, SNUB_EDGE], atoms)
 
 
 def vec(field, *coordinates):
@@ -581,8 +621,9 @@ def truncated_tetrahedron(field):
 
 
 def snub_cube(field):
-    t = (1 + field.atoms[1].value) / 3
-    scale = 3 / field.atoms[3].value
+    u = field.atoms[1].value
+    t = (1 + u + 4 / u) / 3
+    scale = 1 / field.atoms[6].value
     return seeded("snub cube", cube_group(field, rotations_only=True),
                   tuple(x * scale for x in (field.one, 1 / t, t)), 24, 5)
 
@@ -831,7 +872,7 @@ ROWS = [
     ("oC", "Deltoidal Icositetrahedron", 24, ["1.220263"], "C",
      lambda f: fixed_row(f, "oC", "dual", "rhombicuboctahedron"), 2),
     ("gC", "Pentagonal Icositetrahedron (dextro)", 24, ["1.157662"], "rotations of C",
-     lambda f: dual_row(f, "snub cube", offset_atom=3), "snub"),
+     lambda f: dual_row(f, "snub cube", offset_atom=6), "snub"),
     ("jD", "Rhombic Triacontahedron", 30, ["1.463525"], "D", lambda f: fixed_row(f, "jD", "dual", "icosidodecahedron"), 5),
     ("mC", "Disdyakis Dodecahedron", 48, ["2.209741"], "C",
      lambda f: orbit_row(f, "mC", "C", "truncated cuboctahedron"), 2),
@@ -910,6 +951,10 @@ def check_row(code, planes, count, distances, group):
     keys = {plane_key(p) for p in exact}
     if any(plane_key(move_plane(g, p)) not in keys for g in group for p in exact):
         raise AssertionError(f"{code}: not closed under its group")
+    field = exact[0][1].field
+    if [plane_key(p[:2]) for p in Reader(field, "".join(text for _, _, text in planes)).planes()] != [
+            plane_key(p) for p in exact]:
+        raise AssertionError(f"{code}: the text does not read back to the planes")
     check_closed_solid(code, exact)
 
 
