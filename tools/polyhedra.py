@@ -20,14 +20,23 @@ The solids are orbits of one seed vertex under their symmetry group, with the se
 edge 1, so every coordinate is exact. All arithmetic happens in one number field per row
 (SymPy's algebraic fields): equality is exact, and a sign is read off a rational interval
 around the field's generator that is narrowed until it decides, so no decision reads a float.
-Floats only pick candidates (the corners of a face) that are then verified exactly, and
-print the distances compared with the table.
+Floats only pick candidates (the corners of a face) that are then verified exactly, order
+planes that are already exact, and print the distances compared with the table.
 
 Every row is checked to bound a closed solid on which each plane carries a face: all planes
-keep the centre strictly inside, the normals sum to zero and span space (so nothing is
-unbounded), and each plane holds three non-collinear corners of the solid, each verified
-exactly against every plane. Counts, distances and the closure of the row under its symmetry
-group are checked too.
+keep the centre strictly inside; the normals sum to zero and span space, so no direction u
+has n . u <= 0 for every normal n and the solid is bounded; and each plane holds three
+non-collinear corners of the solid, each verified exactly against every plane. Counts,
+distances, the closure of the row under its symmetry group, and the reading of the written
+text back to the same exact planes are checked too.
+
+Orientations: the cube's rows have the coordinate axes as 4-fold axes; the icosahedron's
+have vertices (0, +-phi, +-1)/2 and their cyclic shifts; prisms and antiprisms stand on the
+z axis with a vertex above +y, except the pentagonal antiprism, which is the icosahedron
+without its vertices on the axis (0, phi, 1) so that it needs no root but sqrt(5). The gC
+row is the dual of the snub cube through (1, 1/t, t) (t the tribonacci constant) and its
+images under the cube's rotations: even permutations with an odd number of plus signs and
+odd permutations with an even number.
 
 Run from the repository root: .venv/bin/python tools/polyhedra.py [code ...]; with codes it
 only checks those rows.
@@ -64,9 +73,6 @@ class Atom:
 
     def __mul__(self, other):
         return Atom("M" + self.text + other.text, self.value * other.value)
-
-    def squared(self):
-        return Atom("P" + self.text + "n2/1;", self.value * self.value)
 
 
 class Field:
@@ -873,11 +879,14 @@ ROWS = [
      lambda f: fixed_row(f, "oC", "dual", "rhombicuboctahedron"), 2),
     ("gC", "Pentagonal Icositetrahedron (dextro)", 24, ["1.157662"], "rotations of C",
      lambda f: dual_row(f, "snub cube", offset_atom=6), "snub"),
-    ("jD", "Rhombic Triacontahedron", 30, ["1.463525"], "D", lambda f: fixed_row(f, "jD", "dual", "icosidodecahedron"), 5),
+    ("jD", "Rhombic Triacontahedron", 30, ["1.463525"], "D",
+     lambda f: fixed_row(f, "jD", "dual", "icosidodecahedron"), 5),
     ("mC", "Disdyakis Dodecahedron", 48, ["2.209741"], "C",
      lambda f: orbit_row(f, "mC", "C", "truncated cuboctahedron"), 2),
-    ("kD", "Pentakis Dodecahedron", 60, ["2.377132"], "D", lambda f: orbit_row(f, "kD", "D", "truncated icosahedron"), 5),
-    ("kI", "Triakis Icosahedron", 60, ["2.885258"], "D", lambda f: orbit_row(f, "kI", "D", "truncated dodecahedron"), 5),
+    ("kD", "Pentakis Dodecahedron", 60, ["2.377132"], "D",
+     lambda f: orbit_row(f, "kD", "D", "truncated icosahedron"), 5),
+    ("kI", "Triakis Icosahedron", 60, ["2.885258"], "D",
+     lambda f: orbit_row(f, "kI", "D", "truncated dodecahedron"), 5),
     ("oD", "Deltoidal Hexecontahedron", 60, ["2.120991"], "D",
      lambda f: orbit_row(f, "oD", "D", "rhombicosidodecahedron"), 5),
     ("mD", "Disdyakis Triacontahedron", 120, ["3.736646"], "D",
