@@ -130,3 +130,46 @@ def test_many_threads_use_the_module_at_once():
         thread.join()
     assert not errors
     assert sorted(results, key=lambda r: r[0]) == [(s, tv.Fraction(199 * s, 200)) for s in range(1, 9)]
+
+
+@pytest.mark.parametrize("flag, accepted", [(True, True), (np.bool_(True), True), (np.bool_(False), True),
+                                            (1, False), (None, False), ("yes", False)])
+def test_flags_are_bools_or_numpy_bools(flag, accepted):
+    image = tv.Image(8, 8)
+    if accepted:
+        image.draw_text(4, 0, "a", center=flag)
+        return
+    with pytest.raises(TypeError) as info:
+        image.draw_text(4, 0, "a", center=flag)
+    expected = "'None' is not an instance of 'bool'" if flag is None else \
+        f"'{type(flag).__name__}' object is not an instance of 'bool'"
+    assert str(info.value) == expected
+    assert info.value.__notes__ == ["while processing 'center'"]
+
+
+def test_a_busy_object_refuses_other_threads_at_once():
+    """While one thread blits into an image with the interpreter released, others are refused."""
+    target, source = tv.Image(2048, 2048), tv.Image(2048, 2048, (1, 2, 3, 4))
+    seen, done = set(), threading.Event()
+
+    def blit_until_seen():
+        while not done.is_set():
+            target.blit(source, mode="over")
+
+    worker = threading.Thread(target=blit_until_seen)
+    worker.start()
+    try:
+        for _ in range(100000):
+            for attempt, message in [(lambda: target.fill((0, 0, 0, 0)), "Already borrowed"),
+                                     (lambda: target.pixel(0, 0), "Already mutably borrowed")]:
+                try:
+                    attempt()
+                except RuntimeError as error:
+                    assert str(error) == message
+                    seen.add(message)
+            if len(seen) == 2:
+                break
+    finally:
+        done.set()
+        worker.join()
+    assert seen == {"Already borrowed", "Already mutably borrowed"}
