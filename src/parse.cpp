@@ -93,10 +93,6 @@ bool is_operator(char32_t c) { return c == '(' || c == ')' || c == '*' || c == '
 
 std::string code(std::string_view text) { return "<code>" + std::string(text) + "</code>"; }
 
-Failure too_deep() {
-  return parse_failure("Expression nested too deeply: more than " + std::to_string(kMaxExprDepth) + " levels");
-}
-
 // ---- Tokens --------------------------------------------------------------------------------
 
 struct Token {
@@ -187,14 +183,16 @@ class Tokeniser {
 
 // ---- Parser --------------------------------------------------------------------------------
 
-Expr node(std::string op, std::vector<Expr> args) { return Expr{std::nullopt, std::move(op), std::move(args)}; }
-
+// Each step writes its subtree into an out-parameter and returns a Status: a text nested n
+// levels deep recurses about 3n frames, and keeping results out of the frames keeps each of
+// them small.
 class Parser {
  public:
   explicit Parser(std::vector<Token> tokens) : tokens_(std::move(tokens)) {}
 
   Result<Expr> run() {
-    TV_TRY(Parsed parsed, expression(0));
+    Parsed parsed;
+    TV_CHECK(operands(0, 0, parsed));
     if (i_ < tokens_.size()) return parse_failure("Expected end of string, but found " + code(tokens_[i_].text()));
     return std::move(parsed.expr);
   }
@@ -203,93 +201,96 @@ class Parser {
   // A subtree with its height, so that a deep tree is refused before it is built.
   struct Parsed {
     Expr expr;
-    int height;
+    int height = 0;
   };
 
-  static Result<Parsed> make(std::string op, std::vector<Expr> args, int height) {
-    if (height + 1 > kMaxExprDepth) return too_deep();
-    return Parsed{node(std::move(op), std::move(args)), height + 1};
-  }
-  static Result<Parsed> unary(std::string op, Parsed operand) {
+  // Makes `op` the parent of `left` (and of `right`, when given), in place of `left`.
+  static Status join(std::string op, Parsed& left, Parsed* right) {
+    const int height = std::max(left.height, right != nullptr ? right->height : 0) + 1;
+    if (height > kMaxExprDepth) return nested_too_deeply();
     std::vector<Expr> args;
-    args.push_back(std::move(operand.expr));
-    return make(std::move(op), std::move(args), operand.height);
-  }
-  static Result<Parsed> binary(std::string op, Parsed left, Parsed right) {
-    std::vector<Expr> args;
-    args.reserve(2);
+    args.reserve(right != nullptr ? 2 : 1);
     args.push_back(std::move(left.expr));
-    args.push_back(std::move(right.expr));
-    return make(std::move(op), std::move(args), std::max(left.height, right.height));
+    if (right != nullptr) args.push_back(std::move(right->expr));
+    left.expr = Expr{std::nullopt, std::move(op), std::move(args)};
+    left.height = height;
+    return {};
   }
 
   const Token* peek() const { return i_ < tokens_.size() ? &tokens_[i_] : nullptr; }
   bool next_is(char op) const { return i_ < tokens_.size() && tokens_[i_].is(op); }
 
-  // `depth` counts the enclosing parentheses, calls, negations and exponents.
-  Result<Parsed> expression(int depth) {
-    TV_TRY(Parsed left, term(depth));
-    while (next_is('+') || next_is('-')) {
+  // A left-associative chain of `term`s joined by + and - (level 0), or of `primary`s joined
+  // by * and / (level 1). `depth` counts the enclosing parentheses, calls, negations and
+  // exponents.
+  Status operands(int level, int depth, Parsed& out) {
+    const auto operand = [&](Parsed& into) { return level == 0 ? operands(1, depth, into) : primary(depth, into); };
+    const char first = level == 0 ? '+' : '*', second = level == 0 ? '-' : '/';
+    TV_CHECK(operand(out));
+    while (next_is(first) || next_is(second)) {
       std::string op = tokens_[i_++].name;
-      TV_TRY(Parsed right, term(depth));
-      TV_TRY(left, binary(std::move(op), std::move(left), std::move(right)));
+      Parsed right;
+      TV_CHECK(operand(right));
+      TV_CHECK(join(std::move(op), out, &right));
     }
-    return left;
+    return {};
   }
 
-  Result<Parsed> term(int depth) {
-    TV_TRY(Parsed left, primary(depth));
-    while (next_is('*') || next_is('/')) {
-      std::string op = tokens_[i_++].name;
-      TV_TRY(Parsed right, primary(depth));
-      TV_TRY(left, binary(std::move(op), std::move(left), std::move(right)));
-    }
-    return left;
-  }
-
-  Result<Parsed> primary(int depth) {
-    if (depth > kMaxExprDepth) return too_deep();
+  Status primary(int depth, Parsed& out) {
+    if (depth > kMaxExprDepth) return nested_too_deeply();
     const Token* token = peek();
-    if (token == nullptr) return parse_failure("Unexpected end of expression");
+    if (token == nullptr) return end_of_expression();
     if (token->is('-')) {
       ++i_;
-      TV_TRY(Parsed operand, primary(depth + 1));
-      return unary("neg", std::move(operand));
+      TV_CHECK(primary(depth + 1, out));
+      return join("neg", out, nullptr);
     }
-    TV_TRY(Parsed base, atom(depth));
-    if (!next_is('^')) return base;
+    TV_CHECK(atom(depth, out));
+    if (!next_is('^')) return {};
     ++i_;
-    TV_TRY(Parsed exponent, primary(depth + 1));
-    return binary("^", std::move(base), std::move(exponent));
+    Parsed exponent;
+    TV_CHECK(primary(depth + 1, exponent));
+    return join("^", out, &exponent);
   }
 
-  Result<Parsed> atom(int depth) {
+  Status atom(int depth, Parsed& out) {
     const Token& token = tokens_[i_++];
     switch (token.kind) {
-      case Token::Kind::Operator: {
-        if (!token.is('(')) return parse_failure("Unexpected " + code(token.name));
-        TV_TRY(Parsed inner, expression(depth + 1));
-        TV_CHECK(close());
-        return inner;
-      }
+      case Token::Kind::Operator:
+        if (!token.is('(')) return unexpected(token);
+        TV_CHECK(operands(0, depth + 1, out));
+        return close();
       case Token::Kind::Number:
-        return Parsed{Expr{token.number, "num", {}}, 1};
+        out = Parsed{Expr{token.number, "num", {}}, 1};
+        return {};
       case Token::Kind::Identifier:
-        if (!next_is('(')) return Parsed{node(token.name, {}), 1};
+        out = Parsed{Expr{std::nullopt, token.name, {}}, 1};
+        if (!next_is('(')) return {};
         ++i_;
-        TV_TRY(Parsed argument, expression(depth + 1));
+        Parsed argument;
+        TV_CHECK(operands(0, depth + 1, argument));
         TV_CHECK(close());
-        return unary(token.name, std::move(argument));
+        out.expr.args.push_back(std::move(argument.expr));
+        out.height = argument.height + 1;
+        return out.height > kMaxExprDepth ? Status(nested_too_deeply()) : Status();
     }
     fail_invariant("unknown token kind");
   }
 
   Status close() {
-    const Token* token = peek();
-    if (token == nullptr) return parse_failure("Expected " + code(")") + ", but reached end of expression");
-    if (!token->is(')')) return parse_failure("Expected " + code(")") + ", but found " + code(token->text()));
+    if (!next_is(')')) return missing_close(peek());
     ++i_;
     return {};
+  }
+
+  // Failures are made out of line, so that their strings take no room in the recursive frames.
+  [[gnu::noinline]] static Failure end_of_expression() { return parse_failure("Unexpected end of expression"); }
+  [[gnu::noinline]] static Failure unexpected(const Token& token) {
+    return parse_failure("Unexpected " + code(token.name));
+  }
+  [[gnu::noinline]] static Failure missing_close(const Token* found) {
+    if (found == nullptr) return parse_failure("Expected " + code(")") + ", but reached end of expression");
+    return parse_failure("Expected " + code(")") + ", but found " + code(found->text()));
   }
 
   std::vector<Token> tokens_;
@@ -312,7 +313,7 @@ constexpr Binding kBindings[] = {
 Failure no_text(const Expr& expr) { return parse_failure("generateExpr: invalid operation '" + expr.op + "'"); }
 
 Status print(const Expr& expr, int precedence, int depth, std::string& out) {
-  if (depth > kMaxExprDepth) return too_deep();
+  if (depth > kMaxExprDepth) return nested_too_deeply();
   if (expr.op == "num") {
     out += expr.value ? expr.value->to_string() : "undefined";
     return {};
@@ -345,6 +346,10 @@ Status print(const Expr& expr, int precedence, int depth, std::string& out) {
 }
 
 }  // namespace
+
+Failure nested_too_deeply() {
+  return parse_failure("Expression nested too deeply: more than " + std::to_string(kMaxExprDepth) + " levels");
+}
 
 bool is_valid_utf8(std::string_view text) {
   char32_t c = 0;

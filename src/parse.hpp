@@ -18,6 +18,7 @@
 #include <variant>
 #include <vector>
 
+#include "exact.hpp"
 #include "failure.hpp"
 #include "num/fraction.hpp"
 
@@ -34,12 +35,26 @@ struct Expr {
   friend bool operator==(const Expr& a, const Expr& b);
 };
 
-// The deepest tree (and the deepest parenthesis nesting) that parsing accepts; printing and
-// evaluation refuse deeper trees made by other means in the same words.
-inline constexpr int kMaxExprDepth = 1000;
+// The deepest tree (and the deepest nesting of parentheses, calls, negations and exponents)
+// that parsing accepts; printing and evaluation refuse deeper trees made by other means in the
+// same words. Far beyond any recipe (the polyhedron table's trees are 13 deep), and small
+// enough that the recursion stays within a few hundred kilobytes of stack, also on worker
+// threads and in sanitizer builds.
+inline constexpr int kMaxExprDepth = 256;
+
+// The failure for a tree or a nesting deeper than kMaxExprDepth.
+Failure nested_too_deeply();
 
 // The text's tree, or a Parse failure naming the first fault found.
 Result<Expr> parse_expr(std::string_view text);
+
+// The exact value of a tree. Children are evaluated first, in order, so a child's failure
+// wins over its parent's; the two operands of an arithmetic operator are unified into one
+// field. `sqrt` and `cbrt` are real roots (of non-negative numbers), and `b^(p/q)` is the q-th
+// root of b^p for an exponent p/q that is a non-zero rational; a negative p is refused by the
+// power itself (kind Range, no message), as is a p above kMaxExponent.
+Result<AlgebraicNumber> eval_expr(const Expr& expr);
+inline constexpr std::int64_t kMaxExponent = std::int64_t{1} << 20;
 
 // The canonical text of a tree in a context that binds as tightly as `precedence` (10 is the
 // top level). Fails on a node that has no text, such as "cbrt" or an unknown name.

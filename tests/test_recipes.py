@@ -266,6 +266,16 @@ def test_shapes_without_text_raise_when_printed():
             show(recipe)
 
 
+def test_offset_evaluates_the_size_or_d():
+    assert float(tv.Shape.polyhedron("D", "(1+sqrt(5))/2").offset()) == 1.618033988749895
+    assert tv.Shape.parse("1,0,0$-1/2").offset() == tv.evaluate("-1/2")
+    assert tv.Shape.parse("C$cbrt(8)").offset() == tv.Real.from_int(2)
+    with pytest.raises(RuntimeError, match="Interval must contain exactly one root"):
+        tv.Shape.parse("C$sqrt(-1)").offset()
+    with pytest.raises(tv.PuzzleError, match="unknown operation 'x'"):
+        tv.Shape.parse("1,2,3$x").offset()
+
+
 # ---- the catalog ----------------------------------------------------------------------------
 
 

@@ -10,6 +10,8 @@ class Fraction;
 
 namespace tv::py {
 
+class Arguments;
+
 PyObject* fraction_class();
 PyObject* real_class();
 PyObject* image_class();
@@ -20,7 +22,11 @@ PyObject* recipe_class();
 PyObject* factor_polynomial_function(PyObject* module);
 PyObject* catalog_function(PyObject* module);
 PyObject* polyhedra_function(PyObject* module);
+PyObject* evaluate_function(PyObject* module);
 PyObject* non_jumbling_function(PyObject* module);
+
+// The body of `evaluate(expr)` and `Real.parse(expr)`: the text parsed and evaluated exactly.
+PyObject* evaluate_expression(Arguments& args);
 
 // A new Fraction object holding `value`.
 PyObject* fraction_object(const Fraction& value);

@@ -66,6 +66,7 @@ int exec_module(PyObject* module) {
                     register_attribute(module, "Recipe", recipe_class()) &&
                     register_attribute(module, "catalog", catalog_function(module)) &&
                     register_attribute(module, "polyhedra", polyhedra_function(module)) &&
+                    register_attribute(module, "evaluate", evaluate_function(module)) &&
                     register_attribute(module, "factor_polynomial", factor_polynomial_function(module)) &&
                     register_attribute(module, "thread_count", function_named(module, "thread_count")) &&
                     register_attribute(module, "non_jumbling", non_jumbling_function(module)) &&

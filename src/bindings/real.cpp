@@ -129,6 +129,10 @@ PyObject* from_int(Arguments& args) {
   return wrap<RealClass>(AlgebraicNumber::from_int(rational_field(), Int(n)));
 }
 
+constexpr char kParseDoc[] =
+    "parse(expr)\n--\n\n"
+    "Parse an arithmetic expression and evaluate it exactly, as `evaluate` does.";
+
 constexpr char kRootDoc[] =
     "root($self, k)\n--\n\n"
     "The non-negative real k-th root. The root of a negative number raises RuntimeError.";
@@ -166,6 +170,7 @@ PyObject* field(Instance<AlgebraicNumber>& self) { return to_python(self.value.f
 
 PyMethodDef methods[] = {
     TV_STATIC_METHOD(RealClass, "from_int", kFromIntDoc, from_int),
+    TV_STATIC_METHOD(RealClass, "parse", kParseDoc, evaluate_expression),
     TV_METHOD(RealClass, "root", kRootDoc, Access::Shared, root),
     TV_METHOD(RealClass, "sign", kSignDoc, Access::Shared, sign),
     TV_METHOD(RealClass, "interval", kIntervalDoc, Access::Shared, interval),

@@ -23,11 +23,6 @@ PyObject* construct(PyTypeObject* type, Arguments& args) {
   return wrap<RecipeClass>(std::move(recipe), type);
 }
 
-PyObject* wrap_parsed(Result<Recipe> recipe) {
-  if (!recipe) return raise_failure(recipe.failure());
-  return recipe_object(std::move(recipe).value());
-}
-
 constexpr char kParseDoc[] =
     "parse(query)\n--\n\n"
     "Read a recipe from its query string, such as \"?shell=C$1&cut=C$1/3\".";
@@ -35,7 +30,7 @@ constexpr char kParseDoc[] =
 PyObject* parse(Arguments& args) {
   std::string query;
   if (!args.convert(query)) return nullptr;
-  return wrap_parsed(parse_recipe(query));
+  return wrap_result<RecipeClass>(parse_recipe(query));
 }
 
 constexpr char kNamedDoc[] =
@@ -48,7 +43,7 @@ PyObject* named(Arguments& args) {
   if (!args.convert(name)) return nullptr;
   Result<std::string> query = resolve_recipe(name);
   if (!query) return raise_failure(query.failure());
-  return wrap_parsed(parse_recipe(*query));
+  return wrap_result<RecipeClass>(parse_recipe(*query));
 }
 
 PyObject* shapes_list(const std::vector<Shape>& shapes) {

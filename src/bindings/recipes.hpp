@@ -45,6 +45,13 @@ bool take_result(Result<T> result, T& out) {
   return true;
 }
 
+// A new object of the class holding the result's value, or nullptr with its failure raised.
+template <class Class>
+PyObject* wrap_result(Result<typename Class::Value> result) {
+  if (!result) return raise_failure(result.failure());
+  return wrap<Class>(std::move(result).value());
+}
+
 // Raises TypeError with `prefix` followed by the name of the object's type; returns false.
 bool raise_type_naming(const char* prefix, PyObject* object);
 

@@ -1,6 +1,7 @@
 // Python's Shape: one shell or cut of a recipe, a polyhedron code with a size or a bare plane,
 // immutable, compared by its expression trees and hashed by its canonical text.
 #include "bindings/classes.hpp"
+#include "bindings/real.hpp"
 #include "bindings/recipes.hpp"
 #include "bindings/results.hpp"
 
@@ -13,11 +14,6 @@ constexpr char kDoc[] =
 
 const Shape& value_of(PyObject* object) { return instance_of<ShapeClass>(object).value; }
 
-PyObject* wrap_parsed(Result<Shape> shape) {
-  if (!shape) return raise_failure(shape.failure());
-  return shape_object(std::move(shape).value());
-}
-
 constexpr char kParseDoc[] =
     "parse(text)\n--\n\n"
     "Read a shape back from its text, as it appears in a recipe.";
@@ -25,7 +21,7 @@ constexpr char kParseDoc[] =
 PyObject* parse(Arguments& args) {
   std::string text;
   if (!args.convert(text)) return nullptr;
-  return wrap_parsed(parse_shape(text));
+  return wrap_result<ShapeClass>(parse_shape(text));
 }
 
 constexpr char kPolyhedronDoc[] =
@@ -58,6 +54,15 @@ PyObject* plane(Arguments& args) {
 const Expr& offset_tree(const Shape& shape) {
   if (const auto* polyhedron = std::get_if<PolyhedronShape>(&shape)) return polyhedron->size;
   return std::get<PlaneShape>(shape).d;
+}
+
+constexpr char kOffsetDoc[] =
+    "offset($self)\n--\n\n"
+    "The polyhedron's size, or the plane's d, evaluated exactly: a Real.";
+
+PyObject* offset(Instance<Shape>& self, Arguments&) {
+  const Expr& tree = offset_tree(self.value);
+  return real_result(released([&] { return eval_expr(tree); }));
 }
 
 PyObject* kind(Instance<Shape>& self) {
@@ -120,6 +125,7 @@ PyMethodDef methods[] = {
     TV_STATIC_METHOD(ShapeClass, "parse", kParseDoc, parse),
     TV_STATIC_METHOD(ShapeClass, "polyhedron", kPolyhedronDoc, polyhedron),
     TV_STATIC_METHOD(ShapeClass, "plane", kPlaneDoc, plane),
+    TV_METHOD(ShapeClass, "offset", kOffsetDoc, Access::Shared, offset),
     {nullptr, nullptr, 0, nullptr},
 };
 

@@ -5,6 +5,7 @@
 
 #include "catalog.hpp"
 #include "parse.hpp"
+#include "pool.hpp"
 
 namespace tv {
 namespace {
@@ -147,7 +148,7 @@ TEST(Expressions, DepthIsLimitedWithoutExhaustingTheStack) {
     for (int i = 0; i < count; ++i) text += piece;
     return text;
   };
-  const std::string too_deep = "Expression nested too deeply: more than 1000 levels";
+  const std::string too_deep = "Expression nested too deeply: more than 256 levels";
   EXPECT_EQ(parse_error(repeat("(", 100000) + "1" + repeat(")", 100000)), too_deep);
   EXPECT_EQ(parse_error(repeat("(", 100000)), too_deep);
   EXPECT_EQ(parse_error(repeat("-", 100000) + "1"), too_deep);
@@ -156,13 +157,35 @@ TEST(Expressions, DepthIsLimitedWithoutExhaustingTheStack) {
   EXPECT_EQ(parse_error("1" + repeat("+1", 100000)), too_deep);
   EXPECT_EQ(parse_error("1" + repeat("*1", 100000)), too_deep);
   // The limit itself is accepted, and printing such a tree works.
-  EXPECT_EQ(printed("1" + repeat("+1", 999)), "1" + repeat("+1", 999));
-  EXPECT_EQ(parse_error("1" + repeat("+1", 1000)), too_deep);
-  EXPECT_EQ(printed(repeat("(", 999) + "7" + repeat(")", 999)), "7");
+  EXPECT_EQ(printed("1" + repeat("+1", kMaxExprDepth - 1)), "1" + repeat("+1", kMaxExprDepth - 1));
+  EXPECT_EQ(parse_error("1" + repeat("+1", kMaxExprDepth)), too_deep);
+  EXPECT_EQ(printed(repeat("(", kMaxExprDepth) + "7" + repeat(")", kMaxExprDepth)), "7");
+  EXPECT_EQ(parse_error(repeat("(", kMaxExprDepth + 1) + "7" + repeat(")", kMaxExprDepth + 1)), too_deep);
   // A hand-made tree beyond the limit is refused by the printer too.
   Expr deep{Fraction(1), "num", {}};
   for (int i = 0; i < kMaxExprDepth + 5; ++i) deep = Expr{std::nullopt, "neg", {std::move(deep)}};
   EXPECT_EQ(generateExpr(deep).failure().message, too_deep);
+}
+
+TEST(Expressions, DeepestTextsWorkOnPoolWorkers) {
+  // Worker threads have smaller stacks than the main thread; the deepest accepted texts must
+  // parse, print and evaluate there too.
+  const std::string texts[] = {
+      std::string(kMaxExprDepth, '(') + "1" + std::string(kMaxExprDepth, ')'),
+      std::string(kMaxExprDepth - 1, '-') + "1",
+      "sqrt(2)" + [] {
+        std::string terms;
+        for (int i = 2; i < kMaxExprDepth; ++i) terms += "+1";
+        return terms;
+      }(),
+  };
+  std::vector<int> ok(15, 0);
+  pool::for_each(ok.size(), [&](std::size_t i) {
+    const std::string& text = texts[i % 3];
+    auto expr = parse_expr(text);
+    ok[i] = expr.ok() && generateExpr(*expr).ok() && eval_expr(*expr).ok();
+  });
+  EXPECT_EQ(ok, std::vector<int>(15, 1));
 }
 
 TEST(Expressions, ArbitraryBytesNeverCrash) {
@@ -179,6 +202,51 @@ TEST(Expressions, ArbitraryBytesNeverCrash) {
     // Canonical text is a fixed point.
     EXPECT_EQ(printed(*out), *out) << text;
   }
+}
+
+Failure eval_failure(std::string_view text) {
+  auto expr = parse_expr(text);
+  EXPECT_TRUE(expr.ok()) << text;
+  auto value = eval_expr(*expr);
+  EXPECT_FALSE(value.ok()) << text;
+  return value ? Failure{FailureKind::Other, "evaluated"} : value.failure();
+}
+
+TEST(Evaluation, FailuresKeepTheirKinds) {
+  const std::tuple<std::string_view, FailureKind, std::string_view> cases[] = {
+      {"2^0", FailureKind::Parse, "exponent must be a fraction"},
+      {"2^(sqrt(2)-sqrt(2))", FailureKind::Parse, "exponent must be a fraction"},
+      {"2^sqrt(4)", FailureKind::Parse, "exponent must be a fraction"},
+      {"(-8)^(1/3)", FailureKind::Parse, "exponent of negative number must be an integer"},
+      {"2^-1", FailureKind::Range, ""},
+      {"num(1)", FailureKind::Parse, "num without a value"},
+      {"cbrt", FailureKind::Parse, "cbrt must have an argument"},
+      {"x(1)+y", FailureKind::Parse, "unknown operation 'x'"},
+      {"sqrt(-2)", FailureKind::Other, "Interval must contain exactly one root"},
+      {"y(1/(1-1))", FailureKind::Range, "Division by zero: 0 in Q(root of x + -1 in [1,1])"},
+  };
+  for (const auto& [text, kind, message] : cases) {
+    const Failure failure = eval_failure(text);
+    EXPECT_EQ(failure.kind, kind) << text;
+    EXPECT_EQ(failure.message, message) << text;
+  }
+  // Trees the parser never makes fail in order too.
+  EXPECT_EQ(eval_expr(Expr{std::nullopt, "+", {}}).failure().message, "+ must have two operands");
+  EXPECT_EQ(eval_expr(Expr{std::nullopt, "neg", {}}).failure().message, "neg must have an argument");
+  Expr deep{Fraction(1), "num", {}};
+  for (int i = 0; i < kMaxExprDepth + 5; ++i) deep = Expr{std::nullopt, "neg", {std::move(deep)}};
+  EXPECT_EQ(eval_expr(deep).failure().message, nested_too_deeply().message);
+}
+
+TEST(Evaluation, OperandsShareAField) {
+  const auto value = [](std::string_view text) { return *eval_expr(*parse_expr(text)); };
+  EXPECT_TRUE(value("sqrt(2)*sqrt(2)-2").is_zero());
+  EXPECT_TRUE(value("sqrt(8)-2*sqrt(2)").is_zero());
+  EXPECT_TRUE(value("(sqrt(2)+sqrt(3))^2-5-2*sqrt(6)").is_zero());
+  EXPECT_EQ(value("sqrt(4)+1").degree(), 0);
+  EXPECT_EQ(value("sqrt(2)+sqrt(3)").field()->degree(), 4);
+  EXPECT_EQ(value("2^(3/2)").sign(), 1);
+  EXPECT_EQ(value("-2^2").coefficients()[0], Fraction(-4));
 }
 
 TEST(Shapes, TextForms) {

@@ -1,0 +1,31 @@
+// The module function `evaluate`, and the body it shares with `Real.parse`: exact expression
+// text in, a Real out.
+#include "bindings/classes.hpp"
+#include "bindings/real.hpp"
+#include "parse.hpp"
+
+namespace tv::py {
+namespace {
+
+constexpr char kEvaluateDoc[] =
+    "evaluate(expr)\n--\n\n"
+    "Parse an arithmetic expression and evaluate it exactly.";
+
+Result<AlgebraicNumber> parse_and_evaluate(std::string_view text) {
+  TV_TRY(Expr expr, parse_expr(text));
+  return eval_expr(expr);
+}
+
+PyMethodDef evaluate_def = TV_FUNCTION("evaluate", kEvaluateDoc, evaluate_expression);
+
+}  // namespace
+
+PyObject* evaluate_expression(Arguments& args) {
+  std::string text;
+  if (!args.convert(text)) return nullptr;
+  return real_result(released([&] { return parse_and_evaluate(text); }));
+}
+
+PyObject* evaluate_function(PyObject* module) { return PyCFunction_NewEx(&evaluate_def, nullptr, module); }
+
+}  // namespace tv::py
