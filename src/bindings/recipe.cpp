@@ -98,18 +98,7 @@ PyObject* repr(PyObject* self) {
   });
 }
 
-Py_hash_t hash(PyObject* self) {
-  try {
-    return hash_canonical_text<RecipeClass>(self, query_text);
-  } catch (const InternalError& error) {
-    raise_internal(error.what());
-    return -1;
-  }
-}
-
-PyObject* richcompare(PyObject* a, PyObject* b, int op) {
-  return guarded([&] { return compare_structurally<RecipeClass>(a, b, op, "recipes are not ordered"); });
-}
+constexpr char kUnordered[] = "recipes are not ordered";
 
 PyMethodDef methods[] = {
     TV_STATIC_METHOD(RecipeClass, "parse", kParseDoc, parse),
@@ -133,8 +122,8 @@ PyType_Slot slots[] = {
     {Py_tp_dealloc, reinterpret_cast<void*>(&deallocate<RecipeClass>)},
     {Py_tp_repr, reinterpret_cast<void*>(&repr)},
     {Py_tp_str, reinterpret_cast<void*>(&str)},
-    {Py_tp_hash, reinterpret_cast<void*>(&hash)},
-    {Py_tp_richcompare, reinterpret_cast<void*>(&richcompare)},
+    {Py_tp_hash, reinterpret_cast<void*>(&hash_of_text<RecipeClass, query_text>)},
+    {Py_tp_richcompare, reinterpret_cast<void*>(&compare_structurally<RecipeClass, kUnordered>)},
     {Py_tp_methods, methods},
     {Py_tp_getset, getset},
     {0, nullptr},

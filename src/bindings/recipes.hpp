@@ -71,23 +71,23 @@ struct Converter<Expr> {
 };
 
 // The comparison slot of an immutable value class that is compared structurally and refuses
-// to be ordered: `==` and `!=` against its own class, `refusal` as a TypeError for an order
+// to be ordered: `==` and `!=` against its own class, `Refusal` as a TypeError for an order
 // against its own class, NotImplemented against anything else.
-template <class Class>
-PyObject* compare_structurally(PyObject* a, PyObject* b, int op, const char* refusal) {
+template <class Class, const char* Refusal>
+PyObject* compare_structurally(PyObject* a, PyObject* b, int op) {
   if (!is_instance<Class>(a) || !is_instance<Class>(b)) Py_RETURN_NOTIMPLEMENTED;
   if (op != Py_EQ && op != Py_NE) {
-    PyErr_SetString(PyExc_TypeError, refusal);
+    PyErr_SetString(PyExc_TypeError, Refusal);
     return nullptr;
   }
   const bool equal = instance_of<Class>(a).value == instance_of<Class>(b).value;
   return Py_NewRef(equal == (op == Py_EQ) ? Py_True : Py_False);
 }
 
-// The hash slot for a value whose canonical text `text_of` gives; raises when it has none.
-template <class Class, class TextOf>
-Py_hash_t hash_canonical_text(PyObject* self, TextOf text_of) {
-  Result<std::string> text = text_of(instance_of<Class>(self).value);
+// The hash slot of a value whose canonical text `TextOf` gives; raises when it has none.
+template <class Class, auto TextOf>
+Py_hash_t hash_of_text(PyObject* self) {
+  const Result<std::string> text = TextOf(instance_of<Class>(self).value);
   if (!text) {
     raise_failure(text.failure());
     return -1;

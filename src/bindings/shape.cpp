@@ -108,18 +108,7 @@ PyObject* repr(PyObject* self) {
   return guarded([&] { return to_python(repr_text(value_of(self))); });
 }
 
-Py_hash_t hash(PyObject* self) {
-  try {
-    return hash_canonical_text<ShapeClass>(self, shape_text);
-  } catch (const InternalError& error) {
-    raise_internal(error.what());
-    return -1;
-  }
-}
-
-PyObject* richcompare(PyObject* a, PyObject* b, int op) {
-  return guarded([&] { return compare_structurally<ShapeClass>(a, b, op, "shapes are not ordered"); });
-}
+constexpr char kUnordered[] = "shapes are not ordered";
 
 PyMethodDef methods[] = {
     TV_STATIC_METHOD(ShapeClass, "parse", kParseDoc, parse),
@@ -143,8 +132,8 @@ PyType_Slot slots[] = {
     {Py_tp_dealloc, reinterpret_cast<void*>(&deallocate<ShapeClass>)},
     {Py_tp_repr, reinterpret_cast<void*>(&repr)},
     {Py_tp_str, reinterpret_cast<void*>(&str)},
-    {Py_tp_hash, reinterpret_cast<void*>(&hash)},
-    {Py_tp_richcompare, reinterpret_cast<void*>(&richcompare)},
+    {Py_tp_hash, reinterpret_cast<void*>(&hash_of_text<ShapeClass, shape_text>)},
+    {Py_tp_richcompare, reinterpret_cast<void*>(&compare_structurally<ShapeClass, kUnordered>)},
     {Py_tp_methods, methods},
     {Py_tp_getset, getset},
     {0, nullptr},
