@@ -180,33 +180,13 @@ def test_arbitrary_queries_parse_or_fail_cleanly(text):
         assert tv.Recipe.parse(recipe.query).query == recipe.query
 
 
-@pytest.mark.parametrize("query, canonical", [
-    ("?shell=C$1&cut=C$1/3", "?shell=C$1&cut=C$1/3"),
-    ("?cut=C$1/3&shell=C$1", "?shell=C$1&cut=C$1/3"),
-    ("?shell=C%241", "?shell=C$1"),
-    ("%3Fshell%3dC%241%26cut%3DC%241%2F3", "?shell=C$1&cut=C$1/3"),
-    ("?shell=C$1+1", "?shell=C$1+1"),
-    ("?shell=C$1&shell=C$1", "?shell=C$1&shell=C$1"),
-    ("?cut=1,%200,%200$-1/2", "?cut=1,0,0$-1/2"),
-    ("", "?"),
-])
-def test_recipe_queries(query, canonical):
-    assert tv.Recipe.parse(query).query == canonical
-
-
 @pytest.mark.parametrize("query, message", [
     ("?", "expected exactly one ="),
-    ("?shell=C$1&", "expected exactly one ="),
-    ("?shell", "expected exactly one ="),
     ("?shell=C$1=2", "expected exactly one ="),
     ("shell=C$1", "expected ?"),
     ("?shell=C", "expected $"),
-    ("?shell=C$1$2", "expected $"),
     ("?shell=C$1%", "URI malformed"),
-    ("?shell=C$1%G1", "URI malformed"),
-    ("?shell=C$1%e9", "URI malformed"),
     ("?shell=C$1%C3%A9", "Unexpected character <code>\u00e9</code>"),
-    ("?shell=C$(1", "Expected <code>)</code>, but reached end of expression"),
 ])
 def test_recipe_failures(query, message):
     with pytest.raises(tv.PuzzleError) as caught:

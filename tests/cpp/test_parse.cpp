@@ -1,9 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <random>
-#include <set>
 
-#include "catalog.hpp"
 #include "parse.hpp"
 #include "pool.hpp"
 
@@ -204,33 +202,7 @@ TEST(Expressions, ArbitraryBytesNeverCrash) {
   }
 }
 
-Failure eval_failure(std::string_view text) {
-  auto expr = parse_expr(text);
-  EXPECT_TRUE(expr.ok()) << text;
-  auto value = eval_expr(*expr);
-  EXPECT_FALSE(value.ok()) << text;
-  return value ? Failure{FailureKind::Other, "evaluated"} : value.failure();
-}
-
-TEST(Evaluation, FailuresKeepTheirKinds) {
-  const std::tuple<std::string_view, FailureKind, std::string_view> cases[] = {
-      {"2^0", FailureKind::Parse, "exponent must be a fraction"},
-      {"2^(sqrt(2)-sqrt(2))", FailureKind::Parse, "exponent must be a fraction"},
-      {"2^sqrt(4)", FailureKind::Parse, "exponent must be a fraction"},
-      {"(-8)^(1/3)", FailureKind::Parse, "exponent of negative number must be an integer"},
-      {"2^-1", FailureKind::Range, ""},
-      {"num(1)", FailureKind::Parse, "num without a value"},
-      {"cbrt", FailureKind::Parse, "cbrt must have an argument"},
-      {"x(1)+y", FailureKind::Parse, "unknown operation 'x'"},
-      {"sqrt(-2)", FailureKind::Other, "Interval must contain exactly one root"},
-      {"y(1/(1-1))", FailureKind::Range, "Division by zero: 0 in Q(root of x + -1 in [1,1])"},
-  };
-  for (const auto& [text, kind, message] : cases) {
-    const Failure failure = eval_failure(text);
-    EXPECT_EQ(failure.kind, kind) << text;
-    EXPECT_EQ(failure.message, message) << text;
-  }
-  // Trees the parser never makes fail in order too.
+TEST(Evaluation, TreesThatTheParserNeverMakesFailInOrder) {
   EXPECT_EQ(eval_expr(Expr{std::nullopt, "+", {}}).failure().message, "+ must have two operands");
   EXPECT_EQ(eval_expr(Expr{std::nullopt, "neg", {}}).failure().message, "neg must have an argument");
   Expr deep{Fraction(1), "num", {}};
@@ -332,52 +304,12 @@ TEST(Recipes, UnknownKeysWarnAndAreSkipped) {
   EXPECT_EQ(recipe.failure().message, "Unexpected end of expression");
 }
 
-TEST(Recipes, HashFollowsTheCanonicalText) {
-  // SipHash-1-3 of "C$1/2" and 0xFF under a zero key, as a signed 64-bit number.
-  EXPECT_EQ(canonical_text_hash("C$1/2"), canonical_text_hash(*shape_text(*parse_shape("C$0.5"))));
-  EXPECT_NE(canonical_text_hash("C$1/2"), canonical_text_hash("C$1/3"));
-  EXPECT_NE(canonical_text_hash(""), -1);
-}
-
 TEST(Recipes, QuotedText) {
   EXPECT_EQ(quoted_text("C,D"), "\"C,D\"");
   EXPECT_EQ(quoted_text("a\"b\\c"), "\"a\\\"b\\\\c\"");
   EXPECT_EQ(quoted_text("\n\t\r"), "\"\\n\\t\\r\"");
   EXPECT_EQ(quoted_text(std::string_view("\0\x1b\x7f", 3)), "\"\\0\\u{1b}\\u{7f}\"");
   EXPECT_EQ(quoted_text("\xC2\x85\xC3\xA9"), "\"\\u{85}\xC3\xA9\"");
-}
-
-TEST(Catalog, EveryRecipeIsCanonicalAndUnique) {
-  ASSERT_EQ(catalog_rows().size(), 85u);
-  std::set<std::string_view> recipes;
-  for (const CatalogRow& row : catalog_rows()) {
-    auto recipe = parse_recipe(row.recipe);
-    ASSERT_TRUE(recipe.ok()) << row.recipe;
-    EXPECT_EQ(*query_text(*recipe), row.recipe);
-    EXPECT_TRUE(recipes.insert(row.recipe).second) << row.recipe;
-  }
-}
-
-TEST(Catalog, NonJumblingIsASubsequenceOfTheCatalog) {
-  ASSERT_EQ(non_jumbling_recipes().size(), 36u);
-  std::size_t next = 0;
-  for (const CatalogRow& row : catalog_rows())
-    if (next < non_jumbling_recipes().size() && row.recipe == non_jumbling_recipes()[next]) ++next;
-  EXPECT_EQ(next, 36u);
-}
-
-TEST(Catalog, ResolvingNames) {
-  EXPECT_EQ(*resolve_recipe("Megaminx"), "?shell=D$1&cut=D$2/(sqrt(5)+1)");
-  EXPECT_EQ(*resolve_recipe("Radiolarian \"13.5\""), "?shell=I$1&cut=I$(5-2*sqrt(5))/5");
-  EXPECT_EQ(*resolve_recipe("?anything"), "?anything");
-  EXPECT_EQ(resolve_recipe("megaminx").failure().message, "no cataloged puzzle named \"megaminx\"");
-  EXPECT_EQ(resolve_recipe("").failure().message, "no cataloged puzzle named \"\"");
-  EXPECT_EQ(resolve_recipe("").failure().kind, FailureKind::Range);
-  const std::string message = resolve_recipe("Unknown").failure().message;
-  EXPECT_TRUE(message.starts_with("10 cataloged puzzles are named \"Unknown\", build one by recipe instead: "
-                                  "?shell=O$1&cut=jC$2/9, ?shell=O$1&cut=jC$4/15, "))
-      << message;
-  EXPECT_TRUE(message.ends_with(", ?shell=D$1&cut=I$(5+3*sqrt(5))/10")) << message;
 }
 
 }  // namespace
