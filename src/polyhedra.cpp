@@ -161,4 +161,18 @@ Result<std::vector<PlaneShape>> expand_shape_trees(std::span<const Shape> shapes
   return planes;
 }
 
+Result<std::vector<Plane>> expand_shapes(std::span<const Shape> shapes) {
+  TV_TRY(std::vector<PlaneShape> trees, expand_shape_trees(shapes));
+  std::vector<Plane> planes;
+  planes.reserve(trees.size());
+  for (const PlaneShape& tree : trees) {
+    TV_TRY(AlgebraicNumber a, eval_expr(tree.a));
+    TV_TRY(AlgebraicNumber b, eval_expr(tree.b));
+    TV_TRY(AlgebraicNumber c, eval_expr(tree.c));
+    TV_TRY(AlgebraicNumber d, eval_expr(tree.d));
+    planes.push_back({std::move(a), std::move(b), std::move(c), std::move(d)});
+  }
+  return planes;
+}
+
 }  // namespace tv

@@ -25,6 +25,7 @@
 
 #include "failure.hpp"
 #include "parse.hpp"
+#include "piece.hpp"
 
 namespace tv {
 
@@ -54,5 +55,11 @@ Result<std::span<const PlaneShape>> polyhedron_planes(std::size_t index);
 // "$scale" replaced by the shape's size. A plane shape is copied as it is: its d is the d of
 // the equation. An unknown code fails with "unknown polyhedron: '<code>'" (kind Other).
 Result<std::vector<PlaneShape>> expand_shape_trees(std::span<const Shape> shapes);
+
+// The exact planes of `shapes`: `expand_shape_trees`, and only then `eval_expr` on a, b, c, d
+// of each plane in order, so an unknown code late in the list is reported before an
+// expression that fails early in it. Each number sits in a small field of its own; the
+// caller unifies them.
+Result<std::vector<Plane>> expand_shapes(std::span<const Shape> shapes);
 
 }  // namespace tv
