@@ -78,14 +78,14 @@ PyObject* wrap(typename Class::Value value, PyTypeObject* type = nullptr) {
   return object;
 }
 
-// Creates the class's type from `spec` on first call and returns a new reference to it.
+// Creates the class's type from `type_spec` on first call and returns a new reference to it.
 // Registration runs once under the import lock; a racing second creation is dropped.
 template <class Class>
-PyObject* create_type(PyType_Spec& spec) {
+PyObject* create_type(PyType_Spec& type_spec) {
   PyTypeObject* existing = type_of<Class>();
   if (existing == nullptr) {
-    spec.basicsize = static_cast<int>(sizeof(Instance<typename Class::Value>));
-    PyObject* made = PyType_FromSpec(&spec);
+    type_spec.basicsize = static_cast<int>(sizeof(Instance<typename Class::Value>));
+    PyObject* made = PyType_FromSpec(&type_spec);
     if (made == nullptr) return nullptr;
     PyTypeObject* expected = nullptr;
     if (TypeSlot<Class>::type.compare_exchange_strong(expected, reinterpret_cast<PyTypeObject*>(made)))

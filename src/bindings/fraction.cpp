@@ -105,11 +105,11 @@ PyType_Slot slots[] = {
     {0, nullptr},
 };
 
-PyType_Spec spec = {"torvane._native.Fraction", 0, 0, Py_TPFLAGS_DEFAULT | Py_TPFLAGS_IMMUTABLETYPE, slots};
+PyType_Spec type_spec = {"torvane._native.Fraction", 0, 0, Py_TPFLAGS_DEFAULT | Py_TPFLAGS_IMMUTABLETYPE, slots};
 
 }  // namespace
 
-PyObject* fraction_class() { return create_type<FractionClass>(spec); }
+PyObject* fraction_class() { return create_type<FractionClass>(type_spec); }
 
 PyObject* fraction_object(const Fraction& value) { return wrap<FractionClass>(value); }
 

@@ -360,10 +360,10 @@ PyType_Slot slots[] = {
     {0, nullptr},
 };
 
-PyType_Spec spec = {"torvane._native.Image", 0, 0, Py_TPFLAGS_DEFAULT | Py_TPFLAGS_IMMUTABLETYPE, slots};
+PyType_Spec type_spec = {"torvane._native.Image", 0, 0, Py_TPFLAGS_DEFAULT | Py_TPFLAGS_IMMUTABLETYPE, slots};
 
 }  // namespace
 
-PyObject* image_class() { return create_type<ImageClass>(spec); }
+PyObject* image_class() { return create_type<ImageClass>(type_spec); }
 
 }  // namespace tv::py

@@ -201,11 +201,11 @@ PyType_Slot slots[] = {
 };
 
 // No constructor: calling the class is refused by the interpreter.
-PyType_Spec spec = {"torvane._native.Real", 0, 0,
+PyType_Spec type_spec = {"torvane._native.Real", 0, 0,
                     Py_TPFLAGS_DEFAULT | Py_TPFLAGS_IMMUTABLETYPE | Py_TPFLAGS_DISALLOW_INSTANTIATION, slots};
 
 }  // namespace
 
-PyObject* real_class() { return create_type<RealClass>(spec); }
+PyObject* real_class() { return create_type<RealClass>(type_spec); }
 
 }  // namespace tv::py

@@ -129,11 +129,11 @@ PyType_Slot slots[] = {
     {0, nullptr},
 };
 
-PyType_Spec spec = {"torvane._native.Recipe", 0, 0, Py_TPFLAGS_DEFAULT | Py_TPFLAGS_IMMUTABLETYPE, slots};
+PyType_Spec type_spec = {"torvane._native.Recipe", 0, 0, Py_TPFLAGS_DEFAULT | Py_TPFLAGS_IMMUTABLETYPE, slots};
 
 }  // namespace
 
-PyObject* recipe_class() { return create_type<RecipeClass>(spec); }
+PyObject* recipe_class() { return create_type<RecipeClass>(type_spec); }
 
 PyObject* recipe_object(Recipe recipe) { return wrap<RecipeClass>(std::move(recipe)); }
 

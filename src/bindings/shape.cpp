@@ -139,12 +139,12 @@ PyType_Slot slots[] = {
     {0, nullptr},
 };
 
-PyType_Spec spec = {"torvane._native.Shape", 0, 0,
+PyType_Spec type_spec = {"torvane._native.Shape", 0, 0,
                      Py_TPFLAGS_DEFAULT | Py_TPFLAGS_IMMUTABLETYPE | Py_TPFLAGS_DISALLOW_INSTANTIATION, slots};
 
 }  // namespace
 
-PyObject* shape_class() { return create_type<ShapeClass>(spec); }
+PyObject* shape_class() { return create_type<ShapeClass>(type_spec); }
 
 PyObject* shape_object(Shape shape) { return wrap<ShapeClass>(std::move(shape)); }
 
