@@ -19,6 +19,18 @@ def show_fractions() -> None:
         print(f"  Fraction(1, 0) raises ZeroDivisionError: {error}")
 
 
+def show_reals() -> None:
+    print("Real algebraic numbers, with exact signs:")
+    phi = tv.evaluate("(1+sqrt(5))/2")
+    print(f"  (1+sqrt(5))/2 = {phi!r}: {phi}")
+    print(f"  phi*phi - phi - 1 has sign {(phi * phi - phi - tv.Real.from_int(1)).sign()}")
+    tiny = tv.evaluate("sqrt(2) - 1414213562373095/1000000000000000")
+    print(f"  sqrt(2) - 1.414213562373095 has sign {tiny.sign()} and is about {float(tiny):.3g}")
+    print(f"  sqrt(8) - 2*sqrt(2) is exactly {tv.evaluate('sqrt(8) - 2*sqrt(2)')!r}")
+    total = tv.evaluate("sqrt(2) + sqrt(3)")
+    print(f"  sqrt(2) + sqrt(3) lives in {total.field}")
+
+
 def show_factoring() -> None:
     print("Factoring over the rationals (coefficients lowest degree first):")
     for name, coefficients in [("x^4 - 1", [-1, 0, 0, 0, 1]), ("x^6 - 1", [-1, 0, 0, 0, 0, 0, 1]),
@@ -53,6 +65,8 @@ def main() -> None:
     args = parser.parse_args()
     print(f"torvane {tv.__version__}: {len(tv.__all__)} names, worker pool of {tv.thread_count()} threads\n")
     show_fractions()
+    print()
+    show_reals()
     print()
     show_factoring()
     print()
