@@ -13,13 +13,19 @@ namespace {
 thread_local std::size_t allocations = 0;
 }  // namespace
 
-void* operator new(std::size_t size) {
+// Every form that operator delete may receive is replaced, so that each allocation is paired
+// with its own release (the sanitizers check that pairing).
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
   ++allocations;
-  if (void* p = std::malloc(size ? size : 1)) return p;
+  return std::malloc(size ? size : 1);
+}
+void* operator new(std::size_t size) {
+  if (void* p = operator new(size, std::nothrow)) return p;
   throw std::bad_alloc();
 }
 void operator delete(void* p) noexcept { std::free(p); }
 void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+void operator delete(void* p, const std::nothrow_t&) noexcept { std::free(p); }
 
 namespace tv {
 namespace {
