@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <cstring>
 #include <string>
 
 #include "pool.hpp"
@@ -98,7 +97,7 @@ Result<Framebuffer> Framebuffer::from_bytes(std::uint32_t width, std::uint32_t h
                                             std::span<const std::uint8_t> bytes) {
   TV_TRY(Framebuffer image, create(width, height));
   if (bytes.size() != image.byte_size()) return range_failure("data length must be width * height * 4");
-  std::memcpy(image.data(), bytes.data(), bytes.size());
+  std::copy(bytes.begin(), bytes.end(), image.data());
   return image;
 }
 
