@@ -100,7 +100,9 @@ TEST(BuildPuzzle, CatalogPuzzlesHaveTheirPiecesAndStickers) {
         EXPECT_EQ(f.color, f.interior ? kInteriorColor : face->color);
       }
     }
-    if (c.six_volume) EXPECT_EQ(volume, in_puzzle_field(built, {*eval_expr(*parse_expr(c.six_volume))})[0]);
+    if (c.six_volume) {
+      EXPECT_EQ(volume, in_puzzle_field(built, {*eval_expr(*parse_expr(c.six_volume))})[0]);
+    }
   }
 }
 

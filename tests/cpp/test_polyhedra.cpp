@@ -469,7 +469,9 @@ TEST(PolyhedronRows, EvaluationFailsOnlyAfterEveryCodeIsKnown) {
     ASSERT_FALSE(planes.ok()) << texts[0];
     EXPECT_EQ(planes.failure().kind, failure.first) << texts[0];
     EXPECT_TRUE(planes.failure().message.starts_with(failure.second)) << planes.failure().message;
-    if (failure.first == FailureKind::Other) EXPECT_EQ(planes.failure().message, failure.second);
+    if (failure.first == FailureKind::Other) {
+      EXPECT_EQ(planes.failure().message, failure.second);
+    }
   }
 }
 

@@ -48,7 +48,9 @@ TEST(ExactSort, MatchesStableSortWithinNLogNPlusNComparisons) {
       EXPECT_EQ(items, expected) << "n = " << n << ", keys " << distinct;
       const std::size_t budget = n < 2 ? 0 : n * std::bit_width(n - 1) + n;
       EXPECT_LE(compare.calls, budget) << "n = " << n << ", keys " << distinct;
-      if (distinct == 1 && n >= 2 && n <= kInsertionSortLimit) EXPECT_EQ(compare.calls, n - 1);
+      if (distinct == 1 && n >= 2 && n <= kInsertionSortLimit) {
+        EXPECT_EQ(compare.calls, n - 1);
+      }
     }
   }
 }
