@@ -86,43 +86,24 @@ std::uint64_t Int::bit_length() const {
   return mpz_sizeinbase(big_->value, 2);
 }
 
-Int Int::big_add(const Int& a, const Int& b) {
+Int Int::big_binary(const Int& a, const Int& b, void (*operation)(mpz_ptr, mpz_srcptr, mpz_srcptr)) {
   IntOperand x(a), y(b);
   mpz_t r;
   mpz_init(r);
-  mpz_add(r, x.get(), y.get());
+  operation(r, x.get(), y.get());
   return adopt(r);
 }
 
-Int Int::big_sub(const Int& a, const Int& b) {
-  IntOperand x(a), y(b);
-  mpz_t r;
-  mpz_init(r);
-  mpz_sub(r, x.get(), y.get());
-  return adopt(r);
-}
-
-Int Int::big_mul(const Int& a, const Int& b) {
-  IntOperand x(a), y(b);
-  mpz_t r;
-  mpz_init(r);
-  mpz_mul(r, x.get(), y.get());
-  return adopt(r);
-}
+Int Int::big_add(const Int& a, const Int& b) { return big_binary(a, b, mpz_add); }
+Int Int::big_sub(const Int& a, const Int& b) { return big_binary(a, b, mpz_sub); }
+Int Int::big_mul(const Int& a, const Int& b) { return big_binary(a, b, mpz_mul); }
+Int Int::big_gcd(const Int& a, const Int& b) { return big_binary(a, b, mpz_gcd); }
 
 Int Int::big_neg(const Int& a) {
   IntOperand x(a);
   mpz_t r;
   mpz_init(r);
   mpz_neg(r, x.get());
-  return adopt(r);
-}
-
-Int Int::big_gcd(const Int& a, const Int& b) {
-  IntOperand x(a), y(b);
-  mpz_t r;
-  mpz_init(r);
-  mpz_gcd(r, x.get(), y.get());
   return adopt(r);
 }
 

@@ -159,6 +159,8 @@ class Int {
   static Int adopt(mpz_t value);
 
   int big_sign() const;
+  // a operation b on the GMP path, demoted.
+  static Int big_binary(const Int& a, const Int& b, void (*operation)(mpz_ptr, mpz_srcptr, mpz_srcptr));
   static Int big_add(const Int& a, const Int& b);
   static Int big_sub(const Int& a, const Int& b);
   static Int big_mul(const Int& a, const Int& b);
