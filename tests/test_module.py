@@ -106,6 +106,61 @@ def test_conversion_errors_carry_a_note_naming_the_argument(kwargs, error, messa
     assert info.value.__notes__ == [f"while processing '{name}'"]
 
 
+@pytest.mark.parametrize("value", [-1, 2**32, 2**64, -2**70])
+def test_narrow_integers_out_of_range_give_one_message(value):
+    with pytest.raises(OverflowError) as info:
+        tv.Image(value, 1)
+    assert str(info.value) == "out of range integral type conversion attempted"
+    assert info.value.__notes__ == ["while processing 'width'"]
+
+
+class LyingLength:
+    """A sequence whose length says 2**62 and which yields two items."""
+
+    def __init__(self, item):
+        self.item = item
+
+    def __len__(self):
+        return 2**62
+
+    def __getitem__(self, index):
+        if index < 2:
+            return self.item
+        raise IndexError
+
+
+@pytest.mark.parametrize("call, error, message", [
+    (lambda: tv.Recipe(shell=range(10**12)), TypeError, "'int' object is not an instance of 'Shape'"),
+    (lambda: tv.Recipe().with_cuts(range(10**12)), TypeError, "'int' object is not an instance of 'Shape'"),
+    (lambda: tv.Image.from_bytes(1, 1, range(10**12)), OverflowError, "out of range integral type conversion attempted"),
+    (lambda: tv.Recipe().with_cuts(LyingLength(5)), TypeError, "'int' object is not an instance of 'Shape'"),
+    (lambda: tv.factor_polynomial(LyingLength("1")), TypeError, "'str' object cannot be interpreted as an integer"),
+    (lambda: tv.Image.from_bytes(2**30, 2**30, b""), ValueError, "data length must be width * height * 4"),
+    (lambda: tv.Image.from_bytes(20000, 20000, b"abc"), ValueError, "data length must be width * height * 4"),
+])
+def test_sizes_from_the_caller_are_checked_before_allocating(call, error, message):
+    with pytest.raises(error) as info:
+        call()
+    assert str(info.value) == message
+    assert tv.factor_polynomial(LyingLength(1)) == [["1", "1"]]
+
+
+def test_a_daemon_thread_inside_a_released_call_survives_interpreter_exit():
+    code = """if True:
+        import threading, time, torvane as tv
+        image = tv.Image(512, 512)
+        def spin():
+            while True:
+                image.copy().downsample(2)
+        threading.Thread(target=spin, daemon=True).start()
+        time.sleep(0.5)
+    """
+    env = {**os.environ, "PYTHONPATH": os.pathsep.join(sys.path)}
+    for _ in range(4):
+        result = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True, env=env)
+        assert (result.returncode, result.stderr) == (0, "")
+
+
 def test_index_protocol_and_numpy_integers_are_accepted():
     assert tv.Fraction(Index(6), np.int64(-4)) == tv.Fraction(-3, 2)
     assert tv.Fraction(True) == tv.Fraction(1)

@@ -12,6 +12,7 @@
 // form: "'<type>' object is not an instance of '<target>'".
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <limits>
 #include <optional>
@@ -65,36 +66,42 @@ concept Convertible = requires(PyObject* o, T& out) {
   { Converter<T>::convert(o, out) } -> std::same_as<bool>;
 };
 
-// Reads a signed or unsigned integer of T's width through the index protocol.
+// Reads a whole number through the index protocol. A 64-bit target keeps CPython's own
+// OverflowError for a value outside it; a narrower one gives one message for every value
+// outside its range, whether negative, too large or beyond 64 bits.
 template <class T>
   requires std::is_integral_v<T> && (!std::is_same_v<T, bool>)
 struct Converter<T> {
   static bool convert(PyObject* object, T& out) {
     PyObject* index = PyNumber_Index(object);
     if (index == nullptr) return false;
-    bool ok;
-    if constexpr (std::is_signed_v<T>) {
-      const long long value = PyLong_AsLongLong(index);
-      ok = !(value == -1 && PyErr_Occurred()) && in_range(value);
-      if (ok) out = static_cast<T>(value);
-    } else {
-      const unsigned long long value = PyLong_AsUnsignedLongLong(index);
-      ok = !(value == static_cast<unsigned long long>(-1) && PyErr_Occurred()) && in_range(value);
-      if (ok) out = static_cast<T>(value);
-    }
+    const bool ok = read(index, out);
     Py_DECREF(index);
     return ok;
   }
 
  private:
-  template <class Wide>
-  static bool in_range(Wide value) {
-    if (value >= static_cast<Wide>(std::numeric_limits<T>::min()) &&
-        value <= static_cast<Wide>(std::numeric_limits<T>::max()))
-      return true;
-    if (!PyErr_Occurred())
-      PyErr_SetString(PyExc_OverflowError, "out of range integral type conversion attempted");
-    return false;
+  static bool read(PyObject* index, T& out) {
+    if constexpr (sizeof(T) == sizeof(long long) && std::is_signed_v<T>) {
+      const long long value = PyLong_AsLongLong(index);
+      if (value == -1 && PyErr_Occurred()) return false;
+      out = static_cast<T>(value);
+    } else if constexpr (sizeof(T) == sizeof(long long)) {
+      const unsigned long long value = PyLong_AsUnsignedLongLong(index);
+      if (value == static_cast<unsigned long long>(-1) && PyErr_Occurred()) return false;
+      out = static_cast<T>(value);
+    } else {
+      int overflow = 0;
+      const long long value = PyLong_AsLongLongAndOverflow(index, &overflow);
+      if (value == -1 && PyErr_Occurred()) return false;
+      if (overflow != 0 || value < static_cast<long long>(std::numeric_limits<T>::min()) ||
+          value > static_cast<long long>(std::numeric_limits<T>::max())) {
+        PyErr_SetString(PyExc_OverflowError, "out of range integral type conversion attempted");
+        return false;
+      }
+      out = static_cast<T>(value);
+    }
+    return true;
   }
 };
 
@@ -135,7 +142,10 @@ struct Converter<std::optional<T>> {
   }
 };
 
-// Any sequence but str, read through its iterator.
+// Any sequence but str, read through its iterator. Its length is only a hint: a list argument
+// reserves at most kReserveLimit elements up front and grows as the items arrive, so a length
+// that lies (or a range of 10**12 items) fails on its first bad item, not in the allocator.
+inline constexpr std::size_t kReserveLimit = 4096;
 bool begin_sequence(PyObject* object, PyObject** iterator, Py_ssize_t* size_hint);
 
 template <class T>
@@ -145,7 +155,7 @@ struct Converter<std::vector<T>> {
     Py_ssize_t size_hint;
     if (!begin_sequence(object, &iterator, &size_hint)) return false;
     out.clear();
-    if (size_hint > 0) out.reserve(static_cast<std::size_t>(size_hint));
+    if (size_hint > 0) out.reserve(std::min(static_cast<std::size_t>(size_hint), kReserveLimit));
     PyObject* item;
     int status;
     while ((status = PyIter_NextItem(iterator, &item)) == 1) {

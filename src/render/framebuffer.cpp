@@ -95,8 +95,10 @@ Result<Framebuffer> Framebuffer::create(std::uint32_t width, std::uint32_t heigh
 
 Result<Framebuffer> Framebuffer::from_bytes(std::uint32_t width, std::uint32_t height,
                                             std::span<const std::uint8_t> bytes) {
+  // Compared in 64 bits before the image exists, so a wrong length never allocates.
+  if (bytes.size() % 4 != 0 || bytes.size() / 4 != std::uint64_t{width} * height)
+    return range_failure("data length must be width * height * 4");
   TV_TRY(Framebuffer image, create(width, height));
-  if (bytes.size() != image.byte_size()) return range_failure("data length must be width * height * 4");
   std::copy(bytes.begin(), bytes.end(), image.data());
   return image;
 }
