@@ -108,13 +108,31 @@ PyObject* guarded(Body&& body) {
 
 // Runs long work with the interpreter released; it is retaken on every way out, also when an
 // internal failure unwinds through here. The work must not touch any Python object.
+//
+// The retake is a plain call, never a destructor: an interpreter that is finalizing ends a
+// daemon thread inside PyEval_RestoreThread by unwinding its stack (pthread_exit), and that
+// unwind must reach CPython's frames through nothing declared noexcept.
 template <class Work>
-decltype(auto) released(Work&& work) {
-  struct Reattach {
-    PyThreadState* state;
-    ~Reattach() { PyEval_RestoreThread(state); }
-  } reattach{PyEval_SaveThread()};
-  return std::forward<Work>(work)();
+auto released(Work&& work) {
+  PyThreadState* state = PyEval_SaveThread();
+  // The retake on the failure path; the normal retake stays outside the try, so that the
+  // unwind of a finalizing interpreter never lands in this handler.
+  const auto run = [&] {
+    try {
+      return std::forward<Work>(work)();
+    } catch (...) {
+      PyEval_RestoreThread(state);
+      throw;
+    }
+  };
+  if constexpr (std::is_void_v<decltype(run())>) {
+    run();
+    PyEval_RestoreThread(state);
+  } else {
+    auto result = run();
+    PyEval_RestoreThread(state);
+    return result;
+  }
 }
 
 template <class Class>
