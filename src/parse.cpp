@@ -15,10 +15,57 @@
 #include "parse.hpp"
 
 #include <algorithm>
+#include <type_traits>
 
 namespace tv {
 
-bool operator==(const Expr& a, const Expr& b) { return a.op == b.op && a.value == b.value && a.args == b.args; }
+static_assert(std::is_nothrow_move_constructible_v<Expr>);
+
+// Down the first children in a loop, into the others by recursion.
+bool operator==(const Expr& a, const Expr& b) {
+  for (const Expr *x = &a, *y = &b;; x = &x->args.front(), y = &y->args.front()) {
+    if (x->op != y->op || x->value != y->value || x->args.size() != y->args.size()) return false;
+    for (std::size_t i = 1; i < x->args.size(); ++i)
+      if (!(x->args[i] == y->args[i])) return false;
+    if (x->args.empty()) return true;
+  }
+}
+
+ExprArgs::ExprArgs(std::initializer_list<Expr> items) : std::vector<Expr>(items) {}
+
+ExprArgs::ExprArgs(const ExprArgs& other) {
+  const ExprArgs* source = &other;
+  for (ExprArgs* target = this; !source->empty(); target = &target->front().args, source = &source->front().args) {
+    target->reserve(source->size());
+    target->push_back(Expr{source->front().value, source->front().op, {}});
+    target->insert(target->end(), source->begin() + 1, source->end());
+  }
+}
+
+ExprArgs& ExprArgs::operator=(const ExprArgs& other) {
+  if (this != &other) *this = ExprArgs(other);
+  return *this;
+}
+
+ExprArgs& ExprArgs::operator=(ExprArgs&& other) noexcept {
+  if (this == &other) return *this;
+  const ExprArgs old(std::move(*this));  // freed by the loop below, after `other` is taken
+  std::vector<Expr>::operator=(std::move(other));
+  return *this;
+}
+
+// Every child that has children of its own is taken apart here, in a loop.
+ExprArgs::~ExprArgs() {
+  std::vector<Expr> pending;
+  for (Expr& child : *this)
+    if (!child.args.empty()) pending.push_back(std::move(child));
+  while (!pending.empty()) {
+    Expr node = std::move(pending.back());
+    pending.pop_back();
+    for (Expr& child : node.args)
+      if (!child.args.empty()) pending.push_back(std::move(child));
+  }
+}
 
 namespace {
 
@@ -184,37 +231,27 @@ class Tokeniser {
 // ---- Parser --------------------------------------------------------------------------------
 
 // Each step writes its subtree into an out-parameter and returns a Status: a text nested n
-// levels deep recurses about 3n frames, and keeping results out of the frames keeps each of
-// them small.
+// levels deep recurses about 4n frames, and keeping results out of the frames keeps each of
+// them small. A chain of operators is a loop, however long.
 class Parser {
  public:
   explicit Parser(std::vector<Token> tokens) : tokens_(std::move(tokens)) {}
 
   Result<Expr> run() {
-    Parsed parsed;
+    Expr parsed;
     TV_CHECK(operands(0, 0, parsed));
     if (i_ < tokens_.size()) return parse_failure("Expected end of string, but found " + code(tokens_[i_].text()));
-    return std::move(parsed.expr);
+    return parsed;
   }
 
  private:
-  // A subtree with its height, so that a deep tree is refused before it is built.
-  struct Parsed {
-    Expr expr;
-    int height = 0;
-  };
-
   // Makes `op` the parent of `left` (and of `right`, when given), in place of `left`.
-  static Status join(std::string op, Parsed& left, Parsed* right) {
-    const int height = std::max(left.height, right != nullptr ? right->height : 0) + 1;
-    if (height > kMaxExprDepth) return nested_too_deeply();
-    std::vector<Expr> args;
+  static void join(std::string op, Expr& left, Expr* right) {
+    ExprArgs args;
     args.reserve(right != nullptr ? 2 : 1);
-    args.push_back(std::move(left.expr));
-    if (right != nullptr) args.push_back(std::move(right->expr));
-    left.expr = Expr{std::nullopt, std::move(op), std::move(args)};
-    left.height = height;
-    return {};
+    args.push_back(std::move(left));
+    if (right != nullptr) args.push_back(std::move(*right));
+    left = Expr{std::nullopt, std::move(op), std::move(args)};
   }
 
   const Token* peek() const { return i_ < tokens_.size() ? &tokens_[i_] : nullptr; }
@@ -223,37 +260,39 @@ class Parser {
   // A left-associative chain of `term`s joined by + and - (level 0), or of `primary`s joined
   // by * and / (level 1). `depth` counts the enclosing parentheses, calls, negations and
   // exponents.
-  Status operands(int level, int depth, Parsed& out) {
-    const auto operand = [&](Parsed& into) { return level == 0 ? operands(1, depth, into) : primary(depth, into); };
+  Status operands(int level, int depth, Expr& out) {
+    const auto operand = [&](Expr& into) { return level == 0 ? operands(1, depth, into) : primary(depth, into); };
     const char first = level == 0 ? '+' : '*', second = level == 0 ? '-' : '/';
     TV_CHECK(operand(out));
     while (next_is(first) || next_is(second)) {
       std::string op = tokens_[i_++].name;
-      Parsed right;
+      Expr right;
       TV_CHECK(operand(right));
-      TV_CHECK(join(std::move(op), out, &right));
+      join(std::move(op), out, &right);
     }
     return {};
   }
 
-  Status primary(int depth, Parsed& out) {
+  Status primary(int depth, Expr& out) {
     if (depth > kMaxExprDepth) return nested_too_deeply();
     const Token* token = peek();
     if (token == nullptr) return end_of_expression();
     if (token->is('-')) {
       ++i_;
       TV_CHECK(primary(depth + 1, out));
-      return join("neg", out, nullptr);
+      join("neg", out, nullptr);
+      return {};
     }
     TV_CHECK(atom(depth, out));
     if (!next_is('^')) return {};
     ++i_;
-    Parsed exponent;
+    Expr exponent;
     TV_CHECK(primary(depth + 1, exponent));
-    return join("^", out, &exponent);
+    join("^", out, &exponent);
+    return {};
   }
 
-  Status atom(int depth, Parsed& out) {
+  Status atom(int depth, Expr& out) {
     const Token& token = tokens_[i_++];
     switch (token.kind) {
       case Token::Kind::Operator:
@@ -261,18 +300,17 @@ class Parser {
         TV_CHECK(operands(0, depth + 1, out));
         return close();
       case Token::Kind::Number:
-        out = Parsed{Expr{token.number, "num", {}}, 1};
+        out = Expr{token.number, "num", {}};
         return {};
       case Token::Kind::Identifier:
-        out = Parsed{Expr{std::nullopt, token.name, {}}, 1};
+        out = Expr{std::nullopt, token.name, {}};
         if (!next_is('(')) return {};
         ++i_;
-        Parsed argument;
+        Expr argument;
         TV_CHECK(operands(0, depth + 1, argument));
         TV_CHECK(close());
-        out.expr.args.push_back(std::move(argument.expr));
-        out.height = argument.height + 1;
-        return out.height > kMaxExprDepth ? Status(nested_too_deeply()) : Status();
+        out.args.push_back(std::move(argument));
+        return {};
     }
     fail_invariant("unknown token kind");
   }
@@ -312,37 +350,52 @@ constexpr Binding kBindings[] = {
 
 Failure no_text(const Expr& expr) { return parse_failure("generateExpr: invalid operation '" + expr.op + "'"); }
 
+const Binding* binding_of(const Expr& expr) {
+  for (const Binding& binding : kBindings)
+    if (expr.op == binding.op && expr.args.size() == 2) return &binding;
+  return nullptr;
+}
+
+// A node whose first child is still to print: what closes it once that child is printed.
+struct OpenNode {
+  const Expr* node;
+  const Binding* binding;  // null for sqrt and neg
+  bool wrapped;
+};
+
+// Down the first children in a loop, writing what comes before each; then back up, writing
+// what comes after each, which recurses only into second operands.
 Status print(const Expr& expr, int precedence, int depth, std::string& out) {
-  if (depth > kMaxExprDepth) return nested_too_deeply();
-  if (expr.op == "num") {
-    out += expr.value ? expr.value->to_string() : "undefined";
-    return {};
+  if (depth > kMaxExprRecursion) return nested_too_deeply();
+  std::vector<OpenNode> open;
+  for (const Expr* node = &expr;; node = &node->args.front()) {
+    if (node->op == "num") {
+      out += node->value ? node->value->to_string() : "undefined";
+      break;
+    }
+    if (node->op == "sqrt" && node->args.size() == 1) {
+      out += "sqrt(";
+      open.push_back({node, nullptr, false});
+      precedence = 10;
+      continue;
+    }
+    const Binding* binding = binding_of(*node);
+    const bool neg = node->op == "neg" && node->args.size() == 1;
+    if (!neg && binding == nullptr) return no_text(*node);
+    const bool wrapped = precedence < (neg ? 2 : binding->limit);
+    if (wrapped) out += '(';
+    if (neg) out += '-';
+    open.push_back({node, binding, wrapped});
+    precedence = neg ? 2 : binding->left;
   }
-  if (expr.op == "sqrt" && expr.args.size() == 1) {
-    out += "sqrt(";
-    TV_CHECK(print(expr.args[0], 10, depth + 1, out));
-    out += ')';
-    return {};
+  for (auto it = open.rbegin(); it != open.rend(); ++it) {
+    if (it->binding != nullptr) {
+      out += it->node->op;
+      TV_CHECK(print(it->node->args[1], it->binding->right, depth + 1, out));
+    }
+    if (it->wrapped || it->node->op == "sqrt") out += ')';
   }
-  if (expr.op == "neg" && expr.args.size() == 1) {
-    const bool wrap = precedence < 2;
-    if (wrap) out += '(';
-    out += '-';
-    TV_CHECK(print(expr.args[0], 2, depth + 1, out));
-    if (wrap) out += ')';
-    return {};
-  }
-  for (const Binding& binding : kBindings) {
-    if (expr.op != binding.op || expr.args.size() != 2) continue;
-    const bool wrap = precedence < binding.limit;
-    if (wrap) out += '(';
-    TV_CHECK(print(expr.args[0], binding.left, depth + 1, out));
-    out += expr.op;
-    TV_CHECK(print(expr.args[1], binding.right, depth + 1, out));
-    if (wrap) out += ')';
-    return {};
-  }
-  return no_text(expr);
+  return {};
 }
 
 }  // namespace

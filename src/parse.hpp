@@ -6,12 +6,15 @@
 // plane of four expressions; a `Recipe` is a shell and a list of cuts, written as a query
 // string like `?shell=C$1&cut=C$1/3`. Parsing a printed value gives back an equal value.
 //
-// Trees are at most `kMaxExprDepth` levels deep. Parsing, printing, comparing and evaluating
-// all recurse over a tree, so the parser refuses anything deeper (and anything nested deeper
-// in parentheses) with an ordinary failure instead of letting a hostile text exhaust the stack.
+// A person's nesting (parentheses, calls, signs and exponents) is limited to `kMaxExprDepth`
+// levels; a chain of one operator (`1+1+...+1`) is not, however long. Such a chain is a tree
+// that leans on its first children, so every walk over a tree (parsing, printing, comparing,
+// copying, freeing and evaluating) loops down first children and recurses only into the
+// others, whose depth the nesting limit bounds. A hostile text cannot exhaust the stack.
 #pragma once
 
 #include <cstdint>
+#include <initializer_list>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -24,25 +27,44 @@
 
 namespace tv {
 
+struct Expr;
+
+// The children of a node. Copying and freeing walk the first children in a loop, so a chain
+// of 100,000 terms costs no stack.
+class ExprArgs : public std::vector<Expr> {
+ public:
+  ExprArgs() = default;
+  ExprArgs(std::initializer_list<Expr> items);
+  ExprArgs(const ExprArgs& other);
+  ExprArgs(ExprArgs&& other) noexcept = default;
+  ExprArgs& operator=(const ExprArgs& other);
+  ExprArgs& operator=(ExprArgs&& other) noexcept;
+  ~ExprArgs();
+};
+
 // One node: a number ("num" with a value), an operator ("+", "-", "*", "/", "^", "neg") over
 // its operands, a call `name(x)` with one child, or a bare word `name` with none.
 struct Expr {
   std::optional<Fraction> value;
   std::string op;
-  std::vector<Expr> args;
+  ExprArgs args;
 
   // Structural: `1/2` and `2/4` are different trees with one value.
   friend bool operator==(const Expr& a, const Expr& b);
 };
 
-// The deepest tree (and the deepest nesting of parentheses, calls, negations and exponents)
-// that parsing accepts; printing and evaluation refuse deeper trees made by other means in the
-// same words. Far beyond any recipe (the polyhedron table's trees are 13 deep), and small
-// enough that the recursion stays within a few hundred kilobytes of stack, also on worker
-// threads and in sanitizer builds.
+// The deepest nesting of parentheses, calls, negations and exponents that parsing accepts.
+// Far beyond any recipe (the polyhedron table's trees are 13 deep), and small enough that the
+// recursion stays within a few hundred kilobytes of stack, also on worker threads and in
+// sanitizer builds.
 inline constexpr int kMaxExprDepth = 256;
 
-// The failure for a tree or a nesting deeper than kMaxExprDepth.
+// How deep the walks over a tree may recurse. Each level of a person's nesting can add two
+// (into the right operand of a sum, then into that of a product), so every parsed tree fits;
+// printing and evaluation refuse deeper trees made by other means in the same words.
+inline constexpr int kMaxExprRecursion = 2 * kMaxExprDepth + 2;
+
+// The failure for a nesting deeper than kMaxExprDepth (or a tree deeper than kMaxExprRecursion).
 Failure nested_too_deeply();
 
 // The text's tree, or a Parse failure naming the first fault found.

@@ -65,15 +65,24 @@ Result<AlgebraicNumber> arithmetic(const Expr& expr, const AlgebraicNumber& a, c
   return parse_failure("unknown operation '" + op + "'");
 }
 
+// Children before parents and in order, as a recursion would, but down the first children in
+// a loop: a chain `1+1+...+1` leans that way and may be of any length.
 Result<AlgebraicNumber> evaluate(const Expr& expr, int depth) {
-  if (depth > kMaxExprDepth) return nested_too_deeply();
+  if (depth > kMaxExprRecursion) return nested_too_deeply();
+  std::vector<const Expr*> spine{&expr};
+  while (!spine.back()->args.empty()) spine.push_back(&spine.back()->args.front());
   std::vector<AlgebraicNumber> values;
-  values.reserve(expr.args.size());
-  for (const Expr& child : expr.args) {
-    TV_TRY(AlgebraicNumber value, evaluate(child, depth + 1));
+  TV_TRY(AlgebraicNumber value, apply(*spine.back(), values));
+  for (auto node = spine.rbegin() + 1; node != spine.rend(); ++node) {
+    values.clear();
     values.push_back(std::move(value));
+    for (auto child = (*node)->args.begin() + 1; child != (*node)->args.end(); ++child) {
+      TV_TRY(AlgebraicNumber next, evaluate(*child, depth + 1));
+      values.push_back(std::move(next));
+    }
+    TV_TRY(value, apply(**node, values));
   }
-  return apply(expr, values);
+  return value;
 }
 
 }  // namespace

@@ -54,6 +54,12 @@ def test_parse_failures(evaluate, text, message):
     assert str(caught.value) == message
 
 
+def test_a_long_chain_of_one_operator_is_no_nesting():
+    assert tv.evaluate("+".join(["1"] * 100000)) == tv.Real.from_int(100000)
+    shape = tv.Shape.polyhedron("C", "+".join(["1"] * 100000))
+    assert tv.Shape.parse(str(shape)) == shape
+
+
 @pytest.mark.parametrize("text, error, message", [
     ("2^-1", ValueError, ""),
     ("1/0", ZeroDivisionError, "Division by zero: "),
