@@ -166,6 +166,10 @@ bool raise_type_naming(const char* prefix, PyObject* object) {
   return false;
 }
 
+bool not_an_expression(PyObject* object) {
+  return raise_type_naming("expected an expression as text, an integer or a Fraction, not ", object);
+}
+
 bool expression_from(PyObject* object, Expr& out) {
   std::string text;
   PyObject* fraction_type = fraction_class();
@@ -185,11 +189,15 @@ bool expression_from(PyObject* object, Expr& out) {
   } else if (PyUnicode_Check(object)) {
     if (!Converter<std::string>::convert(object, text)) return false;
   } else if (PyLong_Check(object)) {
-    std::int64_t value;
-    if (!Converter<std::int64_t>::convert(object, value)) return false;
+    // An int beyond signed 64 bits is refused like any other type. -2**63 fits and becomes
+    // its text, which the expression language, whose literals stop at 2**63 - 1, refuses.
+    int overflow = 0;
+    const long long value = PyLong_AsLongLongAndOverflow(object, &overflow);
+    if (value == -1 && PyErr_Occurred()) return false;
+    if (overflow != 0) return not_an_expression(object);
     text = std::to_string(value);
   } else {
-    return raise_type_naming("expected an expression as text, an integer or a Fraction, not ", object);
+    return not_an_expression(object);
   }
   return take_result(parse_expr(text), out);
 }
