@@ -109,8 +109,12 @@ double fitting_scale(const Piece& shell) {
 }  // namespace
 
 Result<BuiltPuzzle> build_puzzle(const Recipe& recipe) {
-  TV_TRY(auto shell, expand_shapes(recipe.shell));
-  TV_TRY(auto cuts, expand_shapes(recipe.cuts));
+  // Every shape is expanded before any is evaluated, so an unknown code among the cuts is
+  // reported before an expression of the shell that fails.
+  TV_TRY(const auto shell_trees, expand_shape_trees(recipe.shell));
+  TV_TRY(const auto cut_trees, expand_shape_trees(recipe.cuts));
+  TV_TRY(auto shell, evaluate_planes(shell_trees));
+  TV_TRY(auto cuts, evaluate_planes(cut_trees));
   BuiltPuzzle built;
   TV_TRY(built.field_text, unify_planes(shell, cuts));
   TV_TRY(built.shell_solid, carve_shell(shell));

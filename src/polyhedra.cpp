@@ -163,6 +163,10 @@ Result<std::vector<PlaneShape>> expand_shape_trees(std::span<const Shape> shapes
 
 Result<std::vector<Plane>> expand_shapes(std::span<const Shape> shapes) {
   TV_TRY(std::vector<PlaneShape> trees, expand_shape_trees(shapes));
+  return evaluate_planes(trees);
+}
+
+Result<std::vector<Plane>> evaluate_planes(std::span<const PlaneShape> trees) {
   std::vector<Plane> planes;
   planes.reserve(trees.size());
   for (const PlaneShape& tree : trees) {

@@ -62,4 +62,7 @@ Result<std::vector<PlaneShape>> expand_shape_trees(std::span<const Shape> shapes
 // caller unifies them.
 Result<std::vector<Plane>> expand_shapes(std::span<const Shape> shapes);
 
+// `eval_expr` on a, b, c, d of each plane tree in order; the first failure ends it.
+Result<std::vector<Plane>> evaluate_planes(std::span<const PlaneShape> trees);
+
 }  // namespace tv

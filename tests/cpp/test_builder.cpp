@@ -178,6 +178,8 @@ TEST(BuildPuzzle, DegenerateRecipesAreNoError) {
 TEST(BuildPuzzle, FailuresPassUpUnchanged) {
   EXPECT_EQ(build_puzzle(*parse_recipe("?shell=C$1&cut=X$1")).failure().message, "unknown polyhedron: 'X'");
   EXPECT_EQ(build_puzzle(*parse_recipe("?shell=C$1/0")).failure().message, eval_expr(*parse_expr("1/0")).failure().message);
+  // Every shape is expanded before any is evaluated.
+  EXPECT_EQ(build_puzzle(*parse_recipe("?shell=C$1/0&cut=X$1")).failure().message, "unknown polyhedron: 'X'");
 }
 
 // Everything a build hands on as text: coefficients, facets, flags, color and scale bits, field.
@@ -192,9 +194,9 @@ std::string dump(const BuiltPuzzle& built) {
     for (const Vertex& v : piece.vertices) number(v.x), number(v.y), number(v.z);
     for (const Facet& f : piece.facets) {
       out += f.interior ? "\ninterior" : "\nsticker";
-      for (const std::uint32_t v : f.vertices) out += " " + std::to_string(v);
+      for (const std::uint32_t v : f.vertices) (out += ' ') += std::to_string(v);
       number(f.plane.a), number(f.plane.b), number(f.plane.c), number(f.plane.d);
-      for (const double channel : {f.color.r, f.color.g, f.color.b}) out += " " + std::to_string(std::bit_cast<std::uint64_t>(channel));
+      for (const double channel : {f.color.r, f.color.g, f.color.b}) (out += ' ') += std::to_string(std::bit_cast<std::uint64_t>(channel));
     }
   }
   return out;
