@@ -6,6 +6,7 @@
 #   ./run.sh tsan       the C++ tests built with ThreadSanitizer, over a oneTBB built for it
 # Needs root (or sudo) only when Debian packages are missing.
 set -euo pipefail
+caller=$PWD
 cd "$(dirname "$0")"
 root=$PWD
 venv=$root/.venv
@@ -24,8 +25,10 @@ apt_packages() {
   DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq "${missing[@]}" >/dev/null
 }
 
+# system_setup [test]: the Debian packages that building needs, and GoogleTest for the tests.
 system_setup() {
-  local packages=(libgmp-dev libtbb-dev zlib1g-dev libgtest-dev pkg-config)
+  local packages=(libgmp-dev libtbb-dev zlib1g-dev pkg-config)
+  [ "${1:-}" = test ] && packages+=(libgtest-dev)
   command -v g++ >/dev/null || packages+=(g++)
   command -v python3 >/dev/null || packages+=(python3)
   apt_packages "${packages[@]}"
@@ -36,24 +39,41 @@ sys.exit(not os.path.exists(os.path.join(sysconfig.get_paths()["include"], "Pyth
   fi
 }
 
-python_setup() {
-  local stamp=$venv/.requirements
-  [ -x "$python" ] || python3 -m venv "$venv"
-  if ! cmp -s tests/requirements.txt "$stamp" 2>/dev/null; then
+# pip_requirements FILE: installs FILE (a path from the root) into the venv unless it is
+# unchanged since last time.
+pip_requirements() {
+  local file=$1 stamp=$venv/.${1//\//-}
+  if ! cmp -s "$file" "$stamp" 2>/dev/null; then
     "$python" -m pip install -q --upgrade pip
-    "$python" -m pip install -q -r tests/requirements.txt
-    cp tests/requirements.txt "$stamp"
+    "$python" -m pip install -q -r "$file"
+    cp "$file" "$stamp"
   fi
 }
 
-# build DIR [cmake options...]: configures once, then builds what changed.
+# python_setup [test]: the venv with the build tools, and the test tools for the tests.
+python_setup() {
+  [ -x "$python" ] || python3 -m venv "$venv"
+  pip_requirements requirements-build.txt
+  [ "${1:-}" = test ] && pip_requirements tests/requirements.txt
+  return 0
+}
+
+# build DIR [cmake options...]: configures once (again when an option asked for is not in the
+# cache yet), then builds what changed. TARGET, when set, builds only that target.
 build() {
   local dir=$1
   shift
-  if [ ! -f "$dir/build.ninja" ]; then
-    PATH=$venv/bin:$PATH cmake -S "$root" -B "$dir" -G Ninja -DPython_EXECUTABLE="$python" -DTORVANE_TESTS=ON "$@" >/dev/null
+  local configure=0
+  [ -f "$dir/build.ninja" ] || configure=1
+  for option in "$@"; do
+    local name=${option#-D} value=${option#*=}
+    name=${name%%=*}
+    grep -q "^$name:[A-Z]*=$value\$" "$dir/CMakeCache.txt" 2>/dev/null || configure=1
+  done
+  if [ $configure -eq 1 ]; then
+    PATH=$venv/bin:$PATH cmake -S "$root" -B "$dir" -G Ninja -DPython_EXECUTABLE="$python" "$@" >/dev/null
   fi
-  PATH=$venv/bin:$PATH cmake --build "$dir" -j"$(nproc)"
+  PATH=$venv/bin:$PATH cmake --build "$dir" -j"$(nproc)" ${TARGET:+--target "$TARGET"}
 }
 
 # Debian's oneTBB is not built for ThreadSanitizer, which then cannot see the pool's own
@@ -86,26 +106,30 @@ tsan_tbb() {
   PATH=$venv/bin:$PATH cmake --install "$dir/build" >/dev/null
 }
 
-setup() {
-  system_setup
-  python_setup
-  build build/release -DTORVANE_INPLACE=ON
+test_setup() {
+  system_setup test
+  python_setup test
+  build build/release -DTORVANE_TESTS=ON -DTORVANE_INPLACE=ON
 }
 
 case "${1:-demo}" in
   demo)
-    setup
+    # Only the package: no test tools, no C++ tests. The picture goes to the caller's folder.
+    system_setup
+    python_setup
+    TARGET=_native build build/release -DTORVANE_INPLACE=ON
+    cd "$caller"
     PYTHONPATH=$root/python exec "$python" -m torvane
     ;;
   test)
-    setup
+    test_setup
     build/release/torvane_tests --gtest_brief=1
     PYTHONPATH=$root/python exec "$python" -m pytest -q tests
     ;;
   sanitize)
-    system_setup
-    python_setup
-    build build/asan -DTORVANE_SANITIZE=address,undefined -DCMAKE_BUILD_TYPE=RelWithDebInfo
+    system_setup test
+    python_setup test
+    build build/asan -DTORVANE_TESTS=ON -DTORVANE_SANITIZE=address,undefined -DCMAKE_BUILD_TYPE=RelWithDebInfo
     build/asan/torvane_tests --gtest_brief=1
     module=$(ls build/asan/_native*.so)
     mkdir -p build/asan/python && cp -r python/torvane build/asan/python/ && cp "$module" build/asan/python/torvane/
@@ -113,10 +137,10 @@ case "${1:-demo}" in
       PYTHONPATH=$root/build/asan/python exec "$python" -m pytest -q -p no:cacheprovider tests
     ;;
   tsan)
-    system_setup
-    python_setup
+    system_setup test
+    python_setup test
     tsan_tbb
-    build build/tsan -DTORVANE_SANITIZE=thread -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTBB_DIR="$root/build/tbb-tsan/install/lib/cmake/TBB"
+    build build/tsan -DTORVANE_TESTS=ON -DTORVANE_SANITIZE=thread -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTBB_DIR="$root/build/tbb-tsan/install/lib/cmake/TBB"
     LD_LIBRARY_PATH=$root/build/tbb-tsan/install/lib RAYON_NUM_THREADS=4 exec build/tsan/torvane_tests --gtest_brief=1
     ;;
   *)

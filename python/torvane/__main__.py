@@ -1,8 +1,7 @@
-"""A short tour of torvane: ``python -m torvane [--out DIR]``."""
+"""A short tour of torvane: ``python -m torvane [--out FILE]``."""
 
 import argparse
 import os
-import tempfile
 
 import torvane as tv
 
@@ -31,12 +30,36 @@ def show_reals() -> None:
     print(f"  sqrt(2) + sqrt(3) lives in {total.field}")
 
 
+def polynomial_text(coefficients: list[str]) -> str:
+    """The polynomial as a person writes it, highest degree first: x^2 - 1/2*x + 3."""
+    terms = []
+    for degree in range(len(coefficients) - 1, -1, -1):
+        text = coefficients[degree]
+        if text == "0":
+            continue
+        sign, magnitude = ("-", text[1:]) if text.startswith("-") else ("+", text)
+        power = "" if degree == 0 else "x" if degree == 1 else f"x^{degree}"
+        if power and magnitude == "1":
+            magnitude = ""
+        elif power:
+            magnitude += "*"
+        terms.append((sign, magnitude + power))
+    if not terms:
+        return "0"
+    first_sign, first = terms[0]
+    return ("-" if first_sign == "-" else "") + first + "".join(f" {sign} {term}" for sign, term in terms[1:])
+
+
 def show_factoring() -> None:
-    print("Factoring over the rationals (coefficients lowest degree first):")
-    for name, coefficients in [("x^4 - 1", [-1, 0, 0, 0, 1]), ("x^6 - 1", [-1, 0, 0, 0, 0, 0, 1]),
-                               ("x^4 - 10x^2 + 1", [1, 0, -10, 0, 1])]:
+    print("Factoring over the rationals:")
+    for coefficients in [[-1, 0, 0, 0, 1], [-1, 0, 0, 0, 0, 0, 1], [1, 0, -10, 0, 1]]:
         factors = tv.factor_polynomial(coefficients)
-        print(f"  {name}: {len(factors)} factor(s) {factors}")
+        product = " * ".join(f"({polynomial_text(f)})" for f in factors)
+        print(f"  {polynomial_text([str(c) for c in coefficients])} = {product}")
+
+
+def plural(count: int, noun: str) -> str:
+    return f"{count} {noun}" if count == 1 else f"{count} {noun}s"
 
 
 def show_recipes() -> None:
@@ -45,23 +68,24 @@ def show_recipes() -> None:
           f"{len(tv.non_jumbling())} of them never jumble. For example:")
     for name in ["Pyraminx", "Megaminx"]:
         recipe = tv.Recipe.named(name)
-        print(f"  {name}: {recipe}  ({len(recipe.shell)} shell shape, {len(recipe.cuts)} cut shapes)")
+        print(f"  {name}: {recipe}  ({plural(len(recipe.shell), 'shell shape')}, "
+              f"{plural(len(recipe.cuts), 'cut shape')})")
 
 
-def write_caption_image(directory: str) -> str:
+def write_caption_image(path: str) -> str:
     image = tv.Image(160, 48, (24, 26, 32, 255))
     image.fill_rect(4, 4, 152, 40, (0, 81, 186, 255))
     image.fill_rect(8, 8, 144, 32, (255, 213, 0, 96), mode="over")
     lines = f"torvane {tv.__version__}\n{tv.thread_count()} worker threads"
     image.draw_text(80, 10, lines, color=(255, 255, 255, 255), center=True)
-    path = os.path.join(directory, "torvane-demo.png")
     image.save(path)
-    return path
+    return os.path.abspath(path)
 
 
 def main() -> None:
-    parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--out", default=tempfile.gettempdir(), help="folder for the demo picture")
+    parser = argparse.ArgumentParser(prog="python -m torvane", description="A short tour of torvane.")
+    parser.add_argument("--out", default="torvane-demo.png",
+                        help="where to write the demo picture (default: torvane-demo.png in the current folder)")
     args = parser.parse_args()
     print(f"torvane {tv.__version__}: {len(tv.__all__)} names, worker pool of {tv.thread_count()} threads\n")
     show_fractions()
@@ -72,7 +96,7 @@ def main() -> None:
     print()
     show_recipes()
     print()
-    print(f"A captioned picture drawn with the built-in font: {write_caption_image(args.out)}")
+    print(f"A captioned picture drawn with the built-in font, written to {write_caption_image(args.out)}")
 
 
 if __name__ == "__main__":
