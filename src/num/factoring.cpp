@@ -1,5 +1,6 @@
 #include "num/factoring.hpp"
 
+#include <algorithm>
 #include <limits>
 #include <optional>
 #include <span>
@@ -159,111 +160,130 @@ struct Scratch {
   ~Scratch() { mpz_clear(v); }
 };
 
-// The subset search of combine_factors. Subsets are visited by visit(0, s). A true factor
-// g = L times the subset's product divides L cur, so g(a) divides L cur(a) for every integer a.
-// A subset's product is only formed when its constant terms pass that test at a = 0, and it
-// is only divided into L cur when it passes at a = 1 and a = -1. The constant terms are
-// multiplied along the recursion, one product per depth; products are formed in GMP integers
-// that keep their storage.
+// The subset search of combine_factors.
+//
+// Subsets of the factors not yet used are visited by growing size s, while 2s is at most their
+// count: a reducible rest has a factor made of at most half of them. A factor found leaves the
+// search with its modular factors, and the pass at that size starts over on what is left.
+//
+// A true factor h of cur is, up to a constant, L times the product of its subset mod m, read
+// with symmetric residues (L = lc(cur)). The tests a subset must pass, cheapest first:
+//
+//   1. Degree: deg h and deg(cur / h) are degrees of factors of f, which every prime tried
+//      allows (`allowed`).
+//   2. Trace: the coefficient of x^(d-1) of (L / lc(h)) h is -L times the sum of h's roots, at
+//      most T = |L| d rho in size, where rho bounds every root of f. It is L times the sum of
+//      the subset's second coefficients mod m, so it is tested on 64-bit words: each factor's
+//      L a_i mod m is kept as floor((L a_i mod m) 2^64 / m), and the words of a true factor sum,
+//      mod 2^64, to within W = ceil(T 2^64 / m) above zero and W plus the subset's size below
+//      (each word rounds down by less than one).
+//   3. Constant term: L times the subset's constant terms mod m divides L cur(0).
+//   4. Values at 1 and -1: the candidate's values divide L cur(1) and L cur(-1).
+//   5. Trial division of L cur by the candidate over the integers.
 class Recombination {
  public:
-  Recombination(const ZPoly& f, const std::vector<ModPoly>& lifted, const Int& m)
-      : lifted_(lifted.size()), current_(f), used_(lifted.size(), false), suffix_constants_(lifted.size() + 1),
-        depth_constants_(lifted.size() + 1), product_(static_cast<std::size_t>(f.degree()) + 1),
-        next_(static_cast<std::size_t>(f.degree()) + 1) {
+  Recombination(const ZPoly& f, const std::vector<ModPoly>& lifted, const Int& m, std::vector<bool> allowed)
+      : lifted_(lifted.size()), second_(lifted.size()), degree_(lifted.size()),
+        words_(lifted.size()), current_(f), allowed_(std::move(allowed)),
+        product_(static_cast<std::size_t>(f.degree()) + 1), next_(static_cast<std::size_t>(f.degree()) + 1) {
     m.get_mpz(modulus_.v);
     for (std::size_t i = 0; i < lifted.size(); ++i) {
-      lifted_[i] = std::vector<Scratch>(lifted[i].coefficients().size());
-      for (std::size_t k = 0; k < lifted_[i].size(); ++k) lifted[i].coefficients()[k].value().get_mpz(lifted_[i][k].v);
+      const auto& c = lifted[i].coefficients();
+      lifted_[i] = std::vector<Scratch>(c.size());
+      for (std::size_t k = 0; k < c.size(); ++k) c[k].value().get_mpz(lifted_[i][k].v);
+      degree_[i] = lifted[i].degree();
+      second_[i] = c[c.size() - 2].value();
+      active_.push_back(i);
     }
-    // suffix_constants_[i]: the product of the constant terms of lifted[i..] mod m.
-    mpz_set_ui(suffix_constants_[lifted.size()].v, 1);
-    for (std::size_t i = lifted.size(); i-- > 0;) {
-      mpz_mul(suffix_constants_[i].v, suffix_constants_[i + 1].v, lifted_[i][0].v);
-      mpz_mod(suffix_constants_[i].v, suffix_constants_[i].v, modulus_.v);
-    }
-    mpz_set_ui(depth_constants_[0].v, 1);
+    root_bound_ = cauchy_root_bound(f);
+    if (allowed_.size() != static_cast<std::size_t>(f.degree()) + 1)
+      allowed_.assign(static_cast<std::size_t>(f.degree()) + 1, true);
     track_current();
   }
 
   Result<std::vector<ZPoly>> run() {
-    if (current_.degree() >= 2) {
-      for (std::size_t s = 1;; ++s) {
-        TV_CHECK(visit(0, s, 0));
-        if (static_cast<std::int64_t>(s) >= current_.degree() / 2) break;
-      }
+    std::size_t s = 1;
+    while (current_.degree() >= 2 && 2 * s <= active_.size()) {
+      TV_TRY(bool found, search(s));
+      if (!found) ++s;
     }
     if (current_.degree() >= 1) found_.push_back(std::move(current_));
     return std::move(found_);
   }
 
  private:
-  // Leaving factor i out is visited first, so for s = 1 the last factor is tried first.
-  Status visit(std::size_t i, std::size_t need, std::size_t depth) {
-    const std::size_t n = lifted_.size();
-    if (i + need > n) return {};
-    if (i + need == n) return test(i, depth);
-    TV_CHECK(visit(i + 1, need, depth));
-    if (need == 0) return {};
-    chosen_.push_back(i);
-    mpz_mul(depth_constants_[depth + 1].v, depth_constants_[depth].v, lifted_[i][0].v);
-    mpz_mod(depth_constants_[depth + 1].v, depth_constants_[depth + 1].v, modulus_.v);
-    TV_CHECK(visit(i + 1, need - 1, depth + 1));
-    chosen_.pop_back();
-    return {};
+  // Visits the subsets of size s of the active factors; true when one was a factor, which
+  // has then been taken out.
+  Result<bool> search(std::size_t s) {
+    chosen_.clear();
+    return visit(0, s, 0, 0);
   }
 
-  // Tests the chosen factors together with lifted[rest..]. A subset holding a factor already
-  // used cannot divide what is left of f, so it is not formed.
-  Status test(std::size_t rest, std::size_t depth) {
+  Result<bool> visit(std::size_t from, std::size_t need, std::uint64_t trace, std::int64_t degree) {
+    if (need == 0) return test(trace, degree);
+    for (std::size_t a = from; a + need <= active_.size(); ++a) {
+      const std::size_t i = active_[a];
+      chosen_.push_back(i);
+      TV_TRY(bool found, visit(a + 1, need - 1, trace + words_[i], degree + degree_[i]));
+      chosen_.pop_back();
+      if (found) return true;
+    }
+    return false;
+  }
+
+  Result<bool> test(std::uint64_t trace, std::int64_t degree) {
     if (current_.is_zero()) return other_failure("combine_factors: zero polynomial");
-    if (!constant_term_divides(rest, depth) || holds_used_factor(rest)) return {};
-    ZPoly g = candidate(rest);
-    if (!divides(eval(g, 1), wanted_at_one_) || !divides(eval(g, -1), wanted_at_minus_one_)) return {};
-    if (!exact_quotient(current_.scale(current_.leading()), g)) return {};
+    const std::int64_t rest = current_.degree() - degree;
+    if (rest < 1 || !allowed_[static_cast<std::size_t>(degree)] || !allowed_[static_cast<std::size_t>(rest)])
+      return false;
+    if (!trace_fits(trace, degree) || !constant_term_divides()) return false;
+    ZPoly g = candidate();
+    if (!divides(eval(g, 1), wanted_at_one_) || !divides(eval(g, -1), wanted_at_minus_one_)) return false;
+    if (!exact_quotient(current_.scale(current_.leading()), g)) return false;
     TV_TRY(g, g.divide_coefficients(content(g)));
     auto rest_of_f = exact_quotient(current_, g);
     TV_ENSURE(rest_of_f.has_value(), "a primitive factor of L f does not divide f");
     current_ = std::move(*rest_of_f);
     found_.push_back(std::move(g));
-    for (std::size_t j : chosen_) used_[j] = true;
-    for (std::size_t j = rest; j < lifted_.size(); ++j) used_[j] = true;
+    std::erase_if(active_, [&](std::size_t i) { return std::find(chosen_.begin(), chosen_.end(), i) != chosen_.end(); });
+    chosen_.clear();
     track_current();
-    return {};
+    return true;
+  }
+
+  bool trace_fits(std::uint64_t trace, std::int64_t degree) const {
+    const std::uint64_t window = trace_window_[static_cast<std::size_t>(degree)];
+    if (window == kNoWindow) return true;
+    const auto signed_trace = static_cast<std::int64_t>(trace);
+    return signed_trace <= static_cast<std::int64_t>(window) &&
+           signed_trace >= -static_cast<std::int64_t>(window + chosen_.size());
   }
 
   // Whether the symmetric residue of L times the subset's constant terms divides L cur(0).
-  bool constant_term_divides(std::size_t rest, std::size_t depth) {
+  bool constant_term_divides() {
     mpz_t& c = constant_.v;
-    mpz_mul(c, depth_constants_[depth].v, suffix_constants_[rest].v);
-    mpz_mul(c, c, lead_.v);
-    mpz_mod(c, c, modulus_.v);
+    mpz_set(c, lead_.v);
+    for (std::size_t j : chosen_) {
+      mpz_mul(c, c, lifted_[j][0].v);
+      mpz_mod(c, c, modulus_.v);
+    }
     to_symmetric(c);
     return mpz_divisible_p(wanted_.v, c) != 0;
   }
 
-  bool holds_used_factor(std::size_t rest) const {
-    for (std::size_t j : chosen_)
-      if (used_[j]) return true;
-    for (std::size_t j = rest; j < lifted_.size(); ++j)
-      if (used_[j]) return true;
-    return false;
-  }
-
   // L times the product of the subset mod m, in symmetric residues.
-  ZPoly candidate(std::size_t rest) {
+  ZPoly candidate() {
     mpz_set(product_[0].v, lead_.v);
     std::size_t length = 1;
-    const auto multiply = [&](const std::vector<Scratch>& factor) {
+    for (std::size_t j : chosen_) {
+      const std::vector<Scratch>& factor = lifted_[j];
       const std::size_t next_length = length + factor.size() - 1;
       for (std::size_t k = 0; k < next_length; ++k) mpz_set_ui(next_[k].v, 0);
       for (std::size_t i = 0; i < length; ++i)
-        for (std::size_t j = 0; j < factor.size(); ++j) mpz_addmul(next_[i + j].v, product_[i].v, factor[j].v);
+        for (std::size_t k = 0; k < factor.size(); ++k) mpz_addmul(next_[i + k].v, product_[i].v, factor[k].v);
       for (std::size_t k = 0; k < next_length; ++k) mpz_mod(product_[k].v, next_[k].v, modulus_.v);
       length = next_length;
-    };
-    for (std::size_t j : chosen_) multiply(lifted_[j]);
-    for (std::size_t j = rest; j < lifted_.size(); ++j) multiply(lifted_[j]);
+    }
     std::vector<Int> coefficients;
     coefficients.reserve(length);
     for (std::size_t k = 0; k < length; ++k) {
@@ -279,13 +299,40 @@ class Recombination {
     if (mpz_cmp(twice_.v, modulus_.v) >= 0) mpz_sub(c, c, modulus_.v);
   }
 
+  // The values that depend on cur and its leading coefficient L.
   void track_current() {
     if (current_.is_zero()) return;
-    current_.leading().get_mpz(lead_.v);
+    const Int& lead = current_.leading();
+    lead.get_mpz(lead_.v);
     mpz_mod(lead_.v, lead_.v, modulus_.v);
-    (current_.leading() * current_.coefficient(0)).get_mpz(wanted_.v);
-    wanted_at_one_ = current_.leading() * eval(current_, 1);
-    wanted_at_minus_one_ = current_.leading() * eval(current_, -1);
+    (lead * current_.coefficient(0)).get_mpz(wanted_.v);
+    wanted_at_one_ = lead * eval(current_, 1);
+    wanted_at_minus_one_ = lead * eval(current_, -1);
+    // The words of L a_i mod m, and the windows W for every degree.
+    Scratch scaled;
+    for (std::size_t i : active_) {
+      (lead * second_[i]).get_mpz(scaled.v);
+      mpz_mod(scaled.v, scaled.v, modulus_.v);
+      mpz_mul_2exp(scaled.v, scaled.v, 64);
+      mpz_fdiv_q(scaled.v, scaled.v, modulus_.v);
+      words_[i] = mpz_get_ui(scaled.v);
+    }
+    trace_window_.assign(static_cast<std::size_t>(current_.degree()) + 1, kNoWindow);
+    for (std::size_t d = 1; d < trace_window_.size(); ++d) {
+      (lead.abs() * Int(static_cast<std::int64_t>(d)) * root_bound_).shifted_left(64).get_mpz(scaled.v);
+      mpz_cdiv_q(scaled.v, scaled.v, modulus_.v);
+      if (mpz_cmp_ui(scaled.v, std::uint64_t{1} << 62) < 0) trace_window_[d] = mpz_get_ui(scaled.v);
+    }
+  }
+
+  // 1 + ceil(max |f_i| / |lc|) for i below the degree: every complex root of f is smaller.
+  static Int cauchy_root_bound(const ZPoly& f) {
+    Int largest(0);
+    const auto& c = f.coefficients();
+    for (std::size_t i = 0; i + 1 < c.size(); ++i)
+      if (compare(c[i].abs(), largest) > 0) largest = c[i].abs();
+    const Int lc = f.leading().abs();
+    return div(largest + lc - Int(1), lc) + Int(1);
   }
 
   static Int eval(const ZPoly& p, std::int64_t a) {
@@ -297,19 +344,24 @@ class Recombination {
   // Whether d divides n; only zero divides zero.
   static bool divides(const Int& d, const Int& n) { return d.is_zero() ? n.is_zero() : rem(n, d).is_zero(); }
 
+  static constexpr std::uint64_t kNoWindow = ~std::uint64_t{0};
+
   std::vector<std::vector<Scratch>> lifted_;  // the lifted factors' coefficients in [0, m)
+  std::vector<Int> second_;                   // each lifted factor's coefficient below its leading one
+  std::vector<std::int64_t> degree_;
+  std::vector<std::uint64_t> words_;         // floor((L a_i mod m) 2^64 / m)
+  std::vector<std::uint64_t> trace_window_;  // W for each degree, or kNoWindow where the test says nothing
+  std::vector<std::size_t> active_, chosen_;
   ZPoly current_;
   std::vector<ZPoly> found_;
-  std::vector<std::size_t> chosen_;
-  std::vector<bool> used_;  // factors that are part of a factor found
+  std::vector<bool> allowed_;
+  Int root_bound_;
   Scratch modulus_;
   Scratch lead_, wanted_;  // L mod m and L cur(0)
   Int wanted_at_one_, wanted_at_minus_one_;  // L cur(1) and L cur(-1)
-  std::vector<Scratch> suffix_constants_, depth_constants_;
   std::vector<Scratch> product_, next_;  // a candidate's coefficients, as it is multiplied out
   Scratch constant_, twice_;
 };
-
 }  // namespace
 
 Result<ZPoly> primitive_integer_part(const QPoly& s) {
@@ -507,8 +559,9 @@ Result<std::pair<ZPoly, ZPoly>> lift_pair(const ZPoly& f, const ModPoly& g, cons
   return std::pair{residues(reduce(G, target)), residues(reduce(H, target))};
 }
 
-Result<std::vector<ZPoly>> combine_factors(const ZPoly& f, const std::vector<ModPoly>& lifted, const Int& m) {
-  return Recombination(f, lifted, m).run();
+Result<std::vector<ZPoly>> combine_factors(const ZPoly& f, const std::vector<ModPoly>& lifted, const Int& m,
+                                           std::vector<bool> allowed) {
+  return Recombination(f, lifted, m, std::move(allowed)).run();
 }
 
 }  // namespace zassenhaus

@@ -100,8 +100,11 @@ Result<std::pair<ZPoly, ZPoly>> lift_pair(const ZPoly& f, const ModPoly& g, cons
                                           std::uint32_t k);
 
 // The irreducible factors of f over the integers from its lifted factors mod m, by trial
-// division over subsets of growing size; the last one is what remains of f.
-Result<std::vector<ZPoly>> combine_factors(const ZPoly& f, const std::vector<ModPoly>& lifted, const Int& m);
+// division over subsets of growing size; the last one is what remains of f. `allowed`, when
+// given, has an entry for each degree 0..deg f: whether a factor of f can have that degree
+// (by the modular factors for other primes); subsets of other degrees are not tried.
+Result<std::vector<ZPoly>> combine_factors(const ZPoly& f, const std::vector<ModPoly>& lifted, const Int& m,
+                                           std::vector<bool> allowed = {});
 
 }  // namespace zassenhaus
 }  // namespace tv
