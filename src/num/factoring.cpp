@@ -450,18 +450,56 @@ Result<ModPoly> pow_mod(ModPoly b, Int e, const ModPoly& m) {
   return result;
 }
 
-Result<Int> choose_prime(const ZPoly& f) {
+Result<std::vector<Int>> good_primes(const ZPoly& f, std::size_t count) {
   if (f.is_zero()) return other_failure("choose_prime of zero polynomial");
   std::vector<std::int64_t> primes;
-  for (std::int64_t candidate = 2;; ++candidate) {
+  std::vector<Int> good;
+  for (std::int64_t candidate = 2; good.size() < count; ++candidate) {
     if (!is_prime_by_trial_division(candidate, primes)) continue;
     primes.push_back(candidate);
     const Int p(candidate);
     // The equal-degree split needs an odd prime.
     if (candidate == 2) continue;
     TV_TRY(bool square_free, square_free_modulo(f, p));
-    if (square_free) return p;
+    if (square_free) good.push_back(p);
   }
+  return good;
+}
+
+Result<Int> choose_prime(const ZPoly& f) {
+  TV_TRY(std::vector<Int> primes, good_primes(f, 1));
+  return std::move(primes.front());
+}
+
+std::vector<bool> factor_degrees(const std::vector<ModPoly>& parts) {
+  std::size_t n = 0;
+  for (const ModPoly& part : parts) n += static_cast<std::size_t>(std::max<std::int64_t>(part.degree(), 0));
+  std::vector<bool> reachable(n + 1, false);
+  reachable[0] = true;
+  for (std::size_t d = 1; d < parts.size(); ++d)
+    for (std::int64_t k = 0; k < parts[d].degree() / static_cast<std::int64_t>(d); ++k)
+      for (std::size_t total = n + 1; total-- > d;)
+        if (reachable[total - d]) reachable[total] = true;
+  return reachable;
+}
+
+Result<PrimeChoice> choose_among_primes(const ZPoly& f, std::size_t count) {
+  TV_TRY(std::vector<Int> primes, good_primes(f, count));
+  std::optional<PrimeChoice> best;
+  std::vector<bool> allowed(static_cast<std::size_t>(f.degree()) + 1, true);
+  for (const Int& p : primes) {
+    TV_TRY(std::vector<ModPoly> parts, distinct_degree(f, p));
+    const std::vector<bool> degrees = factor_degrees(parts);
+    for (std::size_t d = 0; d < allowed.size(); ++d) allowed[d] = allowed[d] && degrees[d];
+    std::size_t factors = 0;
+    for (std::size_t d = 1; d < parts.size(); ++d)
+      factors += static_cast<std::size_t>(std::max<std::int64_t>(parts[d].degree(), 0)) / d;
+    if (!best || factors < best->factor_count) best = PrimeChoice{p, std::move(parts), {}, factors};
+    // One modular factor, or no degree left between 0 and n: f is irreducible.
+    if (factors == 1) break;
+  }
+  best->allowed = std::move(allowed);
+  return std::move(*best);
 }
 
 Result<std::vector<ModPoly>> distinct_degree(const ZPoly& f, const Int& p) {
@@ -504,8 +542,7 @@ Result<std::vector<ModPoly>> equal_degree(const ModPoly& f, std::int64_t d) {
   return other_failure("This (probably) shouldn't happen");
 }
 
-Result<std::vector<ModPoly>> modular_factors(const ZPoly& f, const Int& p) {
-  TV_TRY(std::vector<ModPoly> parts, distinct_degree(f, p));
+Result<std::vector<ModPoly>> split_parts(const std::vector<ModPoly>& parts) {
   std::vector<ModPoly> factors;
   for (std::size_t d = 1; d < parts.size(); ++d) {
     if (parts[d].degree() <= 0) continue;
@@ -513,6 +550,11 @@ Result<std::vector<ModPoly>> modular_factors(const ZPoly& f, const Int& p) {
     for (ModPoly& factor : split) factors.push_back(std::move(factor));
   }
   return factors;
+}
+
+Result<std::vector<ModPoly>> modular_factors(const ZPoly& f, const Int& p) {
+  TV_TRY(std::vector<ModPoly> parts, distinct_degree(f, p));
+  return split_parts(parts);
 }
 
 std::uint64_t lift_exponent(const ZPoly& f, const Int& p) {
@@ -566,15 +608,34 @@ Result<std::vector<ZPoly>> combine_factors(const ZPoly& f, const std::vector<Mod
 
 }  // namespace zassenhaus
 
+namespace {
+
+// Distinct-degree factoring costs little next to the rest, and the prime with the fewest
+// modular factors shrinks the recombination, which is exponential in their count.
+constexpr std::size_t kPrimesTried = 3;
+
+// One modular factor, or no degree between 0 and n that every prime allows.
+bool is_irreducible_by_degrees(const zassenhaus::PrimeChoice& choice) {
+  if (choice.factor_count <= 1) return true;
+  return std::find(choice.allowed.begin() + 1, choice.allowed.end() - 1, true) == choice.allowed.end() - 1;
+}
+
+}  // namespace
+
 Result<std::vector<QPoly>> factor(const QPoly& p) {
   using namespace zassenhaus;
   TV_TRY(ZPoly f, square_free_integer_part(p));
   if (f.degree() <= 0) return std::vector<QPoly>{};
-  TV_TRY(Int prime, choose_prime(f));
-  TV_TRY(std::vector<ModPoly> modular, modular_factors(f, prime));
-  const std::uint64_t k = lift_exponent(f, prime);
-  TV_TRY(std::vector<ModPoly> lifted, hensel_lift(f, modular, prime, k));
-  TV_TRY(std::vector<ZPoly> factors, combine_factors(f, lifted, lifted.front().context()));
+  TV_TRY(PrimeChoice choice, choose_among_primes(f, kPrimesTried));
+  std::vector<ZPoly> factors;
+  if (is_irreducible_by_degrees(choice)) {
+    factors.push_back(std::move(f));
+  } else {
+    TV_TRY(std::vector<ModPoly> modular, split_parts(choice.parts));
+    const std::uint64_t k = lift_exponent(f, choice.prime);
+    TV_TRY(std::vector<ModPoly> lifted, hensel_lift(f, modular, choice.prime, k));
+    TV_TRY(factors, combine_factors(f, lifted, lifted.front().context(), std::move(choice.allowed)));
+  }
   std::vector<QPoly> result;
   result.reserve(factors.size());
   for (const ZPoly& g : factors) {

@@ -70,6 +70,8 @@ Result<ModPoly> euclidean_gcd(ModPoly a, ModPoly b);
 // The first odd prime, in increasing order, that does not divide lc(f) and modulo which f
 // stays square-free. Candidates are tested by trial division by the primes found so far.
 Result<Int> choose_prime(const ZPoly& f);
+// The first `count` primes that choose_prime would accept, in increasing order.
+Result<std::vector<Int>> good_primes(const ZPoly& f, std::size_t count);
 
 // Entry i is the monic product of the irreducible factors of degree i of f mod p; entry 0 is 1.
 Result<std::vector<ModPoly>> distinct_degree(const ZPoly& f, const Int& p);
@@ -83,6 +85,22 @@ Result<std::vector<ModPoly>> equal_degree(const ModPoly& f, std::int64_t d);
 // The monic irreducible factors of f mod p: the equal-degree splits of the distinct-degree
 // parts, in order of degree.
 Result<std::vector<ModPoly>> modular_factors(const ZPoly& f, const Int& p);
+Result<std::vector<ModPoly>> split_parts(const std::vector<ModPoly>& parts);
+
+// Entry d says whether some product of the modular factors described by the distinct-degree
+// parts has degree d; a factor of f over the integers has such a degree.
+std::vector<bool> factor_degrees(const std::vector<ModPoly>& parts);
+
+struct PrimeChoice {
+  Int prime;
+  std::vector<ModPoly> parts;  // its distinct-degree parts
+  std::vector<bool> allowed;   // the degrees that every prime tried allows for a factor of f
+  std::size_t factor_count;    // its number of modular factors
+};
+
+// Of the first `count` primes that choose_prime accepts, the one with the fewest modular
+// factors (the smaller prime on a tie), with the degrees that all of them allow.
+Result<PrimeChoice> choose_among_primes(const ZPoly& f, std::size_t count);
 
 // The smallest k >= 1 with p^k > 2 |lc| B, where B bounds the coefficients of any factor of
 // f of degree at most n/2.
