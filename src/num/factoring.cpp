@@ -160,6 +160,43 @@ struct Scratch {
   ~Scratch() { mpz_clear(v); }
 };
 
+// distinct_degree and equal_degree on machine words, for a small prime p: the same steps, and
+// the same random draws, as on ModPoly.
+std::vector<ModPoly> distinct_degree_on_words(const ZPoly& f, const Int& prime) {
+  const auto p = static_cast<std::uint64_t>(prime.small());
+  WordPoly g = WordPoly::of(reduce(f, prime)).monic(p);
+  const WordPoly x({0, 1});
+  WordPoly h = x;
+  std::vector<ModPoly> parts{constant_mod(1, prime)};
+  for (std::int64_t i = 1; 2 * i <= g.degree(); ++i) {
+    h = WordPoly::pow_mod(std::move(h), prime, g, p);
+    WordPoly c = WordPoly::gcd(h.minus_monomial(1, 1, p), g, p);
+    g = WordPoly::quotient(std::move(g), c, p);
+    parts.push_back(c.to_mod_poly(prime));
+  }
+  while (static_cast<std::int64_t>(parts.size()) < g.degree()) parts.push_back(constant_mod(1, prime));
+  parts.push_back(g.to_mod_poly(prime));
+  return parts;
+}
+
+Result<std::vector<WordPoly>> equal_degree_on_words(const WordPoly& f, std::int64_t d, const Int& prime,
+                                                    const Int& exponent) {
+  if (f.degree() == d) return std::vector<WordPoly>{f};
+  const auto p = static_cast<std::uint64_t>(prime.small());
+  for (int draw = 0; draw < 1000; ++draw) {
+    const WordPoly b = WordPoly::pow_mod(WordPoly::of(random_probe(d, prime)), exponent, f, p);
+    WordPoly g = WordPoly::gcd(b.minus_monomial(1, 0, p), f, p);
+    if (g.degree() > 0 && g.degree() < f.degree()) {
+      WordPoly q = WordPoly::quotient(f, g, p);
+      TV_TRY(std::vector<WordPoly> factors, equal_degree_on_words(g, d, prime, exponent));
+      TV_TRY(std::vector<WordPoly> more, equal_degree_on_words(q, d, prime, exponent));
+      for (WordPoly& factor : more) factors.push_back(std::move(factor));
+      return factors;
+    }
+  }
+  return other_failure("This (probably) shouldn't happen");
+}
+
 // The subset search of combine_factors.
 //
 // Subsets of the factors not yet used are visited by growing size s, while 2s is at most their
@@ -503,6 +540,7 @@ Result<PrimeChoice> choose_among_primes(const ZPoly& f, std::size_t count) {
 }
 
 Result<std::vector<ModPoly>> distinct_degree(const ZPoly& f, const Int& p) {
+  if (WordPoly::fits(p, f.degree())) return distinct_degree_on_words(f, p);
   TV_TRY(ModPoly g, make_monic(reduce(f, p)));
   const ModPoly one = constant_mod(1, p);
   const ModPoly x = ModPoly::monomial(ModInt(Int(1), p), 1);
@@ -526,6 +564,12 @@ Result<std::vector<ModPoly>> equal_degree(const ModPoly& f, std::int64_t d) {
   if (p == Int(2)) return range_failure("p=2 not implemented");
   if (f.degree() == d) return std::vector<ModPoly>{f};
   const Int exponent = div(p.pow(static_cast<std::uint32_t>(d)) - Int(1), Int(2));
+  if (WordPoly::fits(p, f.degree())) {
+    TV_TRY(std::vector<WordPoly> split, equal_degree_on_words(WordPoly::of(f), d, p, exponent));
+    std::vector<ModPoly> factors;
+    for (const WordPoly& factor : split) factors.push_back(factor.to_mod_poly(p));
+    return factors;
+  }
   const ModPoly one = constant_mod(1, p);
   for (int draw = 0; draw < 1000; ++draw) {
     TV_TRY(ModPoly b, pow_mod(random_probe(d, p), exponent, f));

@@ -105,3 +105,54 @@ struct CoeffTraits<ModInt> {
 using ModPoly = Polynomial<ModInt>;
 
 }  // namespace tv
+
+namespace tv {
+
+// Polynomials modulo a small prime on machine words: the fast path of modular factoring, whose
+// primes are nearly always tiny. Coefficients are in [0, p), lowest degree first, trimmed.
+// With p below 2^21 a product of two coefficients stays below 2^42, so sums of up to 2^22 of
+// them fit one unsigned word and are reduced once, at the end of a convolution or division step.
+class WordPoly {
+ public:
+  // The largest modulus, and one above the largest length, for which the above holds.
+  static constexpr std::uint64_t kModulusLimit = std::uint64_t{1} << 21;
+  static constexpr std::size_t kLengthLimit = std::size_t{1} << 21;
+  static bool fits(const Int& p, std::int64_t degree) {
+    return p.is_small() && p.small() > 1 && static_cast<std::uint64_t>(p.small()) < kModulusLimit &&
+           degree + 1 < static_cast<std::int64_t>(kLengthLimit);
+  }
+
+  WordPoly() = default;
+  explicit WordPoly(std::vector<std::uint64_t> coefficients) : c_(std::move(coefficients)) { trim(); }
+  static WordPoly of(const ModPoly& a);
+  ModPoly to_mod_poly(const Int& p) const;
+
+  std::int64_t degree() const { return static_cast<std::int64_t>(c_.size()) - 1; }
+  bool is_zero() const { return c_.empty(); }
+  const std::vector<std::uint64_t>& coefficients() const { return c_; }
+  std::uint64_t leading() const { return c_.back(); }
+
+  // a * b, a mod g and the quotient of a by g, mod p; g must be monic and non-zero.
+  static WordPoly mul(const WordPoly& a, const WordPoly& b, std::uint64_t p);
+  static WordPoly rem(WordPoly a, const WordPoly& g, std::uint64_t p);
+  static WordPoly quotient(WordPoly a, const WordPoly& g, std::uint64_t p);
+  // b^e mod g, for a monic g of positive degree.
+  static WordPoly pow_mod(WordPoly b, const Int& e, const WordPoly& g, std::uint64_t p);
+  // The monic gcd, or zero when both are zero.
+  static WordPoly gcd(WordPoly a, WordPoly b, std::uint64_t p);
+  // Divided by the leading coefficient; zero stays zero.
+  WordPoly monic(std::uint64_t p) const;
+  // this - c x^k.
+  WordPoly minus_monomial(std::uint64_t c, std::size_t k, std::uint64_t p) const;
+
+ private:
+  void trim() {
+    while (!c_.empty() && c_.back() == 0) c_.pop_back();
+  }
+  // Reduces a mod monic g in place, leaving the quotient's coefficients at index deg g and up.
+  static void divide_in_place(std::vector<std::uint64_t>& a, const WordPoly& g, std::uint64_t p);
+
+  std::vector<std::uint64_t> c_;
+};
+
+}  // namespace tv
