@@ -209,7 +209,7 @@ Result<std::vector<WordPoly>> equal_degree_on_words(const WordPoly& f, std::int6
 //   1. Degree: deg h and deg(cur / h) are degrees of factors of f, which every prime tried
 //      allows (`allowed`).
 //   2. Trace: the coefficient of x^(d-1) of (L / lc(h)) h is -L times the sum of h's roots, at
-//      most T = |L| d rho in size, where rho bounds every root of f. It is L times the sum of
+//      most T = |L| d rho in size, where rho bounds every root of f (Fujiwara). It is L times the sum of
 //      the subset's second coefficients mod m, so it is tested on 64-bit words: each factor's
 //      L a_i mod m is kept as floor((L a_i mod m) 2^64 / m), and the words of a true factor sum,
 //      mod 2^64, to within W = ceil(T 2^64 / m) above zero and W plus the subset's size below
@@ -232,7 +232,7 @@ class Recombination {
       second_[i] = c[c.size() - 2].value();
       active_.push_back(i);
     }
-    root_bound_ = cauchy_root_bound(f);
+    root_bound_ = root_bound(f);
     if (allowed_.size() != static_cast<std::size_t>(f.degree()) + 1)
       allowed_.assign(static_cast<std::size_t>(f.degree()) + 1, true);
     track_current();
@@ -362,14 +362,21 @@ class Recombination {
     }
   }
 
-  // 1 + ceil(max |f_i| / |lc|) for i below the degree: every complex root of f is smaller.
-  static Int cauchy_root_bound(const ZPoly& f) {
-    Int largest(0);
+  // Fujiwara's bound, 2 max |f_(n-i) / f_n|^(1/i) over i = 1..n, rounded up at each step:
+  // every complex root of f is at most this in size.
+  static Int root_bound(const ZPoly& f) {
     const auto& c = f.coefficients();
-    for (std::size_t i = 0; i + 1 < c.size(); ++i)
-      if (compare(c[i].abs(), largest) > 0) largest = c[i].abs();
-    const Int lc = f.leading().abs();
-    return div(largest + lc - Int(1), lc) + Int(1);
+    const std::size_t n = c.size() - 1;
+    Scratch lc, ratio, root, largest;
+    f.leading().abs().get_mpz(lc.v);
+    for (std::size_t i = 1; i <= n; ++i) {
+      c[n - i].abs().get_mpz(ratio.v);
+      mpz_cdiv_q(ratio.v, ratio.v, lc.v);
+      if (mpz_root(root.v, ratio.v, i) == 0) mpz_add_ui(root.v, root.v, 1);
+      if (mpz_cmp(root.v, largest.v) > 0) mpz_set(largest.v, root.v);
+    }
+    mpz_mul_2exp(largest.v, largest.v, 1);
+    return Int::from_mpz(largest.v);
   }
 
   static Int eval(const ZPoly& p, std::int64_t a) {
