@@ -1,6 +1,7 @@
 import functools
 import math
 import threading
+import time
 
 import pytest
 from flint import fmpz_poly
@@ -202,3 +203,55 @@ def test_signature_errors():
     with pytest.raises(TypeError):
         tv.factor_polynomial(coeffs=[1, 1])
     assert tv.factor_polynomial.__text_signature__ == "(coefficients)"
+
+
+def cyclotomic_like(n, *extra):
+    """x^n - 1 times small extra factors: many factors over Q, more still modulo every prime."""
+    p = fmpz_poly([-1] + [0] * (n - 1) + [1])
+    for e in extra:
+        p *= fmpz_poly(e)
+    return coefficients_of(p)
+
+
+# Inputs that once ran for minutes. Only a hang fails the time limit; the factors are FLINT's.
+@pytest.mark.parametrize("p", [
+    cyclotomic_like(120),
+    cyclotomic_like(210),
+    cyclotomic_like(105, [2, 1]),
+    [-1, 1] * 500,
+], ids=["x^120 - 1", "x^210 - 1", "(x^105 - 1)(x + 2)", "[-1, 1] * 500"])
+def test_formerly_slow_inputs(p):
+    start = time.monotonic()
+    assert ours(p) == flint(p)
+    assert time.monotonic() - start < 120
+
+
+@settings(max_examples=25, deadline=None)
+@given(st.lists(st.tuples(st.sampled_from([(2, 3), (2, 5), (3, 7), (2, 3, 5), (2, 3, 7)]), st.integers(-3, 3)),
+                min_size=1, max_size=4, unique=True),
+       st.lists(st.integers(2, 40), max_size=3))
+def test_swinnerton_dyer_and_cyclotomic_mixtures(roots, cyclotomic):
+    """Products whose modular factors are many and small for every prime: the recombination's
+    degree, trace and constant-term tests must keep every true factor."""
+    product = fmpz_poly([1])
+    for radicands, shift in roots:
+        product *= sum_of_roots_polynomial(radicands, shift)
+    for n in cyclotomic:
+        product *= fmpz_poly([-1] + [0] * (n - 1) + [1])
+    p = coefficients_of(product)
+    if max(abs(c) for c in p) >= 2**63:
+        return
+    assert ours(p) == flint(p)
+
+
+@settings(max_examples=40, deadline=None)
+@given(st.lists(st.lists(st.integers(-1000, 1000), min_size=2, max_size=12).filter(lambda c: c[-1] != 0),
+                min_size=2, max_size=5))
+def test_products_of_random_factors_against_flint(parts):
+    product = fmpz_poly([1])
+    for coefficients in parts:
+        product *= fmpz_poly(coefficients)
+    p = coefficients_of(product)
+    if max(abs(c) for c in p) >= 2**63:
+        return
+    assert ours(p) == flint(p)

@@ -228,5 +228,60 @@ TEST(Factoring, GuardsOfTheSteps) {
   EXPECT_EQ(combine_factors(zpoly({-1, 0, 1}), lifted, Int(9))->size(), 2u);
 }
 
+// Word arithmetic against the generic ModPoly arithmetic, on the smallest prime, a middling one
+// and the largest one below the word limit.
+TEST(WordPoly, AgreesWithModPoly) {
+  std::uint64_t state = 12345;
+  const auto next = [&state](std::uint64_t p) {
+    state = state * 6364136223846793005ULL + 1442695040888963407ULL;
+    return (state >> 11) % p;
+  };
+  for (std::uint64_t p : {3ULL, 101ULL, 2097143ULL}) {
+    const Int prime(static_cast<std::int64_t>(p));
+    const auto random_poly = [&](std::size_t length, bool monic) {
+      std::vector<ModInt> c;
+      for (std::size_t i = 0; i < length; ++i) c.emplace_back(Int(static_cast<std::int64_t>(next(p))), prime);
+      if (monic) c.back() = ModInt(Int(1), prime);
+      return ModPoly(std::move(c), prime);
+    };
+    for (int round = 0; round < 20; ++round) {
+      const ModPoly a = random_poly(1 + round * 3, false), b = random_poly(2 + round, false);
+      const ModPoly g = random_poly(2 + round % 7, true);
+      const WordPoly wa = WordPoly::of(a), wb = WordPoly::of(b), wg = WordPoly::of(g);
+      EXPECT_EQ(WordPoly::mul(wa, wb, p).to_mod_poly(prime), a * b);
+      const auto qr = *divrem(a, g);
+      EXPECT_EQ(WordPoly::rem(wa, wg, p).to_mod_poly(prime), qr.remainder);
+      EXPECT_EQ(WordPoly::quotient(wa, wg, p).to_mod_poly(prime), qr.quotient);
+      EXPECT_EQ(WordPoly::gcd(wa, wb, p).to_mod_poly(prime), *euclidean_gcd(a, b));
+      const Int e(static_cast<std::int64_t>(round * 977 + 3));
+      EXPECT_EQ(WordPoly::pow_mod(wa, e, wg, p).to_mod_poly(prime), *pow_mod(a, e, g));
+    }
+  }
+}
+
+// A prime beyond the word limit takes the generic path and gives the same factors.
+TEST(Factoring, ModularFactorsOverALargePrime) {
+  const Int p((std::int64_t{1} << 61) - 1);
+  const ZPoly f = zpoly({-6, 11, -6, 1}) * zpoly({1, 0, 1});  // (x - 1)(x - 2)(x - 3)(x^2 + 1)
+  const auto factors = *modular_factors(f, p);
+  EXPECT_EQ(factors.size(), 4u);  // x^2 + 1 stays whole, since p = 3 mod 4
+  ModPoly product = ModPoly::constant(ModInt(Int(1), p));
+  for (const ModPoly& g : factors) product *= g;
+  EXPECT_EQ(product, reduce(f, p));
+}
+
+TEST(Factoring, DegreesAllowedAcrossPrimes) {
+  // x^4 - 10x^2 + 1 splits into quadratics or linear pieces modulo every prime, but no factor of
+  // odd degree survives the intersection of three primes' degree sets.
+  const ZPoly sd2 = sum_of_roots({2, 3});
+  const auto choice = *choose_among_primes(sd2, 3);
+  EXPECT_EQ(choice.allowed, (std::vector<bool>{true, false, true, false, true}));
+  // A cubic that is irreducible mod 5 (x^3 + x + 1 has no root mod 5) stops the search there.
+  const auto cubic = *choose_among_primes(zpoly({1, 1, 0, 1}), 3);
+  EXPECT_EQ(cubic.factor_count, 1u);
+  EXPECT_EQ(factor_degrees(*distinct_degree(zpoly({-6, 11, -6, 1}), Int(5))),
+            (std::vector<bool>{true, true, true, true}));
+}
+
 }  // namespace
 }  // namespace tv
