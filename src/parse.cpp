@@ -33,7 +33,7 @@ bool operator==(const Expr& a, const Expr& b) {
 
 ExprArgs::ExprArgs(std::initializer_list<Expr> items) : std::vector<Expr>(items) {}
 
-ExprArgs::ExprArgs(const ExprArgs& other) {
+ExprArgs::ExprArgs(const ExprArgs& other) : std::vector<Expr>() {
   const ExprArgs* source = &other;
   for (ExprArgs* target = this; !source->empty(); target = &target->front().args, source = &source->front().args) {
     target->reserve(source->size());
