@@ -4,6 +4,10 @@
 #   ./run.sh test       every test: the C++ tests, then pytest
 #   ./run.sh sanitize   the same tests built with AddressSanitizer and UndefinedBehaviorSanitizer
 #   ./run.sh tsan       the C++ tests built with ThreadSanitizer, over a oneTBB built for it
+#   ./run.sh ft         pytest on a free-threaded CPython with the GIL off (built once into
+#                       ../ft/py315t with ../shared/tools/ft-python, its test venv ../ft/venv)
+#   ./run.sh fuzz [S]   every fuzz target for S seconds (60 by default), on an extension that
+#                       clang instruments for coverage; more options: ./run.sh fuzz --help
 # Needs root (or sudo) only when Debian packages are missing.
 set -euo pipefail
 caller=$PWD
@@ -143,8 +147,46 @@ case "${1:-demo}" in
     build build/tsan -DTORVANE_TESTS=ON -DTORVANE_SANITIZE=thread -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTBB_DIR="$root/build/tbb-tsan/install/lib/cmake/TBB"
     LD_LIBRARY_PATH=$root/build/tbb-tsan/install/lib RAYON_NUM_THREADS=4 exec build/tsan/torvane_tests --gtest_brief=1
     ;;
+  ft)
+    # The interpreter and its test venv take minutes to make, so they live beside the
+    # checkout and are shared by every checkout; TORVANE_FT_PREFIX and TORVANE_FT_VENV move them.
+    tools=$root/../shared/tools
+    ft_prefix=${TORVANE_FT_PREFIX:-$root/../ft/py315t}
+    ft_venv=${TORVANE_FT_VENV:-$root/../ft/venv}
+    system_setup
+    python_setup
+    "$tools/ft-python" "$ft_prefix"
+    [ -x "$ft_venv/bin/python" ] || nice -n 5 "$tools/ft-venv" "$ft_prefix/bin/python3" "$ft_venv"
+    build build/ft -DTORVANE_TESTS=OFF -DPython_EXECUTABLE="$ft_venv/bin/python" -DCMAKE_BUILD_TYPE=Release
+    rm -rf build/ft/python && mkdir -p build/ft/python
+    cp -r python/torvane build/ft/python/ && rm -f build/ft/python/torvane/_native*.so
+    cp build/ft/_native*.so build/ft/python/torvane/
+    unset PYTHON_GIL
+    PYTHONPATH=$root/build/ft/python "$ft_venv/bin/python" -c 'import sys, torvane
+assert not sys._is_gil_enabled(), "importing torvane turned the GIL on"
+print("free-threaded", sys.version.split()[0], "- GIL enabled after import:", sys._is_gil_enabled())'
+    PYTHONPATH=$root/build/ft/python exec "$ft_venv/bin/python" -m pytest -q -p no:cacheprovider -rs tests
+    ;;
+  fuzz)
+    system_setup
+    [ "${TORVANE_FUZZ_INSTRUMENT:-1}" = 0 ] || command -v clang++ >/dev/null || apt_packages clang
+    python_setup test
+    pip_requirements tests/fuzz/requirements.txt
+    if [ "${TORVANE_FUZZ_INSTRUMENT:-1}" = 0 ]; then
+      # A smoke run (CI's): the release build, without coverage feedback from the C++.
+      TARGET=_native build build/release -DTORVANE_INPLACE=ON
+      PYTHONPATH=$root/python exec nice -n 10 "$python" tests/fuzz/run.py "${@:2}"
+    fi
+    CXX=clang++ TARGET=_native build build/fuzz-native -DTORVANE_FUZZ=ON
+    rm -rf build/fuzz-native/python && mkdir -p build/fuzz-native/python
+    cp -r python/torvane build/fuzz-native/python/ && rm -f build/fuzz-native/python/torvane/_native*.so
+    cp build/fuzz-native/_native*.so build/fuzz-native/python/torvane/
+    # The instrumented extension reports its coverage to the libFuzzer that atheris ships.
+    fuzzer=$("$python" -c 'import atheris; print(atheris.path())')/ubsan_with_fuzzer.so
+    LD_PRELOAD=$fuzzer PYTHONPATH=$root/build/fuzz-native/python exec nice -n 10 "$python" tests/fuzz/run.py "${@:2}"
+    ;;
   *)
-    echo "usage: $0 [demo|test|sanitize|tsan]" >&2
+    echo "usage: $0 [demo|test|sanitize|tsan|ft|fuzz [seconds]]" >&2
     exit 2
     ;;
 esac
