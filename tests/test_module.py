@@ -2,6 +2,7 @@ import os
 import subprocess
 import sys
 import threading
+import time
 
 import numpy as np
 import pytest
@@ -209,12 +210,17 @@ def test_a_busy_object_refuses_other_threads_at_once():
 
     def blit_until_seen():
         while not done.is_set():
-            target.blit(source, mode="over")
+            try:
+                target.blit(source, mode="over")
+            except RuntimeError as error:  # the main thread's own call holds the image
+                assert str(error) in ("Already borrowed", "Already mutably borrowed")
 
     worker = threading.Thread(target=blit_until_seen)
     worker.start()
+    deadline = time.monotonic() + 60
     try:
-        for _ in range(100000):
+        # Tries until both refusals have been seen: the worker's blits come and go.
+        while len(seen) < 2 and time.monotonic() < deadline:
             for attempt, message in [(lambda: target.fill((0, 0, 0, 0)), "Already borrowed"),
                                      (lambda: target.pixel(0, 0), "Already mutably borrowed")]:
                 try:
@@ -222,9 +228,64 @@ def test_a_busy_object_refuses_other_threads_at_once():
                 except RuntimeError as error:
                     assert str(error) == message
                     seen.add(message)
-            if len(seen) == 2:
-                break
     finally:
         done.set()
         worker.join()
     assert seen == {"Already borrowed", "Already mutably borrowed"}
+
+
+def test_eight_threads_share_every_kind_of_object():
+    """Only refusals of a busy object may come out, and every result equals the serial one."""
+    half, root2 = tv.Fraction(1, 2), tv.evaluate("sqrt(2)")
+    phi = tv.evaluate("(1+sqrt(5))/2")
+    recipe, shape = tv.Recipe.named("Megaminx"), tv.Shape.parse("1,0,0$-1/2")
+    background = (10, 20, 30, 255)
+    image, other = tv.Image(96, 64, background), tv.Image(32, 32, background)
+    calls = {
+        "fraction": lambda: (half + half, half / tv.Fraction(3), -half, abs(-half), float(half), hash(half),
+                             half < tv.Fraction(1), half.numerator, half.denominator),
+        "real": lambda: (repr(phi * phi - phi), (root2 + phi).sign(), float(phi), str(root2 / phi), phi == root2,
+                         root2 < phi, repr(root2.root(3)), abs(-root2) == root2, str(phi.field)),
+        "real interval": lambda: phi.interval and None,
+        "recipe": lambda: (str(recipe), repr(recipe), hash(recipe), recipe.shell, recipe.cuts, recipe.query,
+                           str(recipe.with_cuts([shape])), str(recipe.adding_cuts([shape])), recipe == recipe),
+        "shape": lambda: (str(shape), shape.kind, shape.coefficients, str(shape.offset()), hash(shape)),
+        # The writes put back what is there, so every read sees the same pixels.
+        "image writes": lambda: (image.fill(background), image.fill_rect(3, 4, 50, 9, background),
+                                 image.set_pixel(5, 5, background), image.blit(other, 7, 9, mode="over")) and None,
+        "image reads": lambda: (image.pixel(5, 5), image.to_bytes(), image.downsample(3).to_bytes(),
+                                image.resized(13, 17).to_bytes(), image.to_png(), image.copy().to_bytes(), len(image)),
+        "image text": lambda: (other.copy().draw_text(0, 0, "Ab", color=background), tv.Image.text_size("Ab\nc"),
+                               tv.Image.fit_text("abcdef", 20)),
+    }
+    serial = {name: call() for name, call in calls.items()}
+    failures, refusals = [], []
+    stop = threading.Event()
+
+    def work(offset):
+        names = list(calls)
+        k = offset
+        while not stop.is_set():
+            name = names[k % len(names)]
+            k += 1
+            try:
+                result = calls[name]()
+            except RuntimeError as error:
+                if str(error) not in ("Already borrowed", "Already mutably borrowed"):
+                    failures.append((name, error))
+                refusals.append(name)
+                continue
+            except BaseException as error:  # collected and asserted below
+                failures.append((name, error))
+                continue
+            if result != serial[name]:
+                failures.append((name, result))
+
+    threads = [threading.Thread(target=work, args=(i,)) for i in range(8)]
+    for thread in threads:
+        thread.start()
+    stop.wait(3)
+    stop.set()
+    for thread in threads:
+        thread.join()
+    assert failures == []
