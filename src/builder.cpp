@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "color.hpp"
+#include "movement.hpp"
 #include "polyhedra.hpp"
 #include "sort.hpp"
 
@@ -44,21 +45,6 @@ Result<Piece> carve_shell(const std::vector<Plane>& shell) {
     solid = std::move(halves.second);
   }
   return solid;
-}
-
-// The exact normal as text: all cut planes share one field object, so equal coefficient lists
-// mean equal numbers.
-std::string normal_key(const Plane& plane) {
-  std::string key;
-  for (const AlgebraicNumber* n : {&plane.a, &plane.b, &plane.c}) {
-    key += '[';
-    for (const Fraction& c : n->coefficients()) {
-      key += c.to_string();
-      key += ',';
-    }
-    key += ']';
-  }
-  return key;
 }
 
 // Cut planes grouped by identical normals, groups in the order their first plane appears and

@@ -63,28 +63,27 @@ struct Candidate {
   std::string normal_key;
 };
 
-// The rotated interior facet planes of every piece, once each, in first-seen order.
-Result<std::vector<Candidate>> collect_candidates(const PieceSet& set) {
-  InsertionOrderedMap<std::string, std::optional<Plane>> seen;
-  for (const Piece& piece : set.pieces) {
-    for (const Facet& facet : piece.facets) {
-      if (!facet.interior) continue;
-      TV_TRY(Plane rotated, rotated_plane(piece.orientation, facet.plane));
-      rotated = in_standard_sign(std::move(rotated));
-      auto& entry = seen[plane_key(rotated)];
-      if (!entry) entry = std::move(rotated);
-    }
-  }
-  std::vector<Candidate> candidates;
-  candidates.reserve(seen.size());
-  for (auto& [key, plane] : seen) candidates.push_back({*plane, key, normal_key(*plane)});
-  return candidates;
-}
-
-// Sorts pieces onto the sides of candidate planes, reading and filling the set's memos.
-class SideScan {
+// One look at a piece set as it stands: each piece's orientation key is made once, and the
+// memos of the set are read and filled through it.
+class Scan {
  public:
-  explicit SideScan(PieceSet& set) : set_(set), orientation_keys_(set.pieces.size()) {}
+  explicit Scan(PieceSet& set) : set_(set), orientation_keys_(set.pieces.size()) {}
+
+  // The rotated interior facet planes of every piece, once each, in first-seen order.
+  Result<std::vector<Candidate>> candidates() {
+    InsertionOrderedMap<std::string, const Plane*> seen;
+    for (std::uint32_t i = 0; i < set_.pieces.size(); ++i) {
+      TV_TRY(const auto* planes, cut_planes_of(i));
+      for (const auto& [plane, key] : *planes) {
+        auto& entry = seen[key];
+        if (!entry) entry = &plane;
+      }
+    }
+    std::vector<Candidate> candidates;
+    candidates.reserve(seen.size());
+    for (auto& [key, plane] : seen) candidates.push_back({*plane, key, normal_key(*plane)});
+    return candidates;
+  }
 
   // +1 (at or beyond the plane), -1 (behind it) or 0 (straddling it).
   Result<int> side(std::uint32_t i, const Candidate& candidate) {
@@ -104,6 +103,22 @@ class SideScan {
     auto& key = orientation_keys_[i];
     if (!key) key = orientation_key(set_.pieces[i].orientation);
     return *key;
+  }
+
+  // The planes of the piece's interior facets as the piece now stands, in standard sign.
+  Result<const std::vector<std::pair<Plane, std::string>>*> cut_planes_of(std::uint32_t i) {
+    const std::string key = std::to_string(i) + ',' + orientation_key_of(i);
+    if (const auto hit = set_.cut_memo.find(key); hit != set_.cut_memo.end()) return &hit->second;
+    const Piece& piece = set_.pieces[i];
+    std::vector<std::pair<Plane, std::string>> planes;
+    for (const Facet& facet : piece.facets) {
+      if (!facet.interior) continue;
+      TV_TRY(Plane rotated, rotated_plane(piece.orientation, facet.plane));
+      rotated = in_standard_sign(std::move(rotated));
+      std::string text = plane_key(rotated);
+      planes.emplace_back(std::move(rotated), std::move(text));
+    }
+    return &set_.cut_memo.emplace(key, std::move(planes)).first->second;
   }
 
   // The lowest and highest of n . v over the piece's vertices, n the normal carried back
@@ -134,9 +149,8 @@ class SideScan {
 };
 
 // The candidates that no piece of `subset` straddles, with the subset sorted onto their sides.
-Result<std::vector<GripLayer>> sort_onto_sides(PieceSet& set, const std::vector<Candidate>& candidates,
+Result<std::vector<GripLayer>> sort_onto_sides(Scan& scan, const std::vector<Candidate>& candidates,
                                                const std::vector<std::uint32_t>& subset, bool both_sides) {
-  SideScan scan(set);
   std::vector<GripLayer> layers;
   for (const Candidate& candidate : candidates) {
     GripLayer layer{candidate.plane, {}, {}};
@@ -163,11 +177,11 @@ std::vector<std::uint32_t> all_pieces(const PieceSet& set) {
 }
 
 // The cuts of `subset`: those dividing it, or, when none does, every cut it does not straddle.
-Result<std::vector<GripLayer>> cuts_of(PieceSet& set, const std::vector<Candidate>& candidates,
+Result<std::vector<GripLayer>> cuts_of(Scan& scan, const std::vector<Candidate>& candidates,
                                        const std::vector<std::uint32_t>& subset) {
-  TV_TRY(auto dividing, sort_onto_sides(set, candidates, subset, true));
+  TV_TRY(auto dividing, sort_onto_sides(scan, candidates, subset, true));
   if (!dividing.empty()) return dividing;
-  return sort_onto_sides(set, candidates, subset, false);
+  return sort_onto_sides(scan, candidates, subset, false);
 }
 
 // Steps from `angle` by whole turns until it has the sign of the direction.
@@ -244,8 +258,9 @@ std::string orientation_key(const Quaternion& q) {
 
 Result<std::vector<GripLayer>> candidate_planes(PieceSet& pieces, const std::vector<std::uint32_t>& subset,
                                                 bool both_sides) {
-  TV_TRY(const auto candidates, collect_candidates(pieces));
-  return sort_onto_sides(pieces, candidates, subset, both_sides);
+  Scan scan(pieces);
+  TV_TRY(const auto candidates, scan.candidates());
+  return sort_onto_sides(scan, candidates, subset, both_sides);
 }
 
 Result<std::vector<GripLayer>> candidate_planes(PieceSet& pieces, bool both_sides) {
@@ -273,9 +288,10 @@ Result<std::vector<GripLayer>> derive_grips(PieceSet& pieces) {
 }
 
 Result<std::vector<Quaternion>> stops_of(PieceSet& pieces, const GripLayer& grip) {
-  TV_TRY(const auto candidates, collect_candidates(pieces));
-  TV_TRY(const auto layer_cuts, cuts_of(pieces, candidates, grip.moving));
-  TV_TRY(const auto rest_cuts, cuts_of(pieces, candidates, grip.fixed));
+  Scan scan(pieces);
+  TV_TRY(const auto candidates, scan.candidates());
+  TV_TRY(const auto layer_cuts, cuts_of(scan, candidates, grip.moving));
+  TV_TRY(const auto rest_cuts, cuts_of(scan, candidates, grip.fixed));
   const Vector3 n = normal_of(grip.plane);
   const AlgebraicNumber nn = dot(n, n);
   InsertionOrderedMap<std::string, std::optional<Quaternion>> rotations;

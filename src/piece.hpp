@@ -77,6 +77,9 @@ struct PieceSet {
   std::vector<Piece> pieces;
   std::unordered_map<std::string, std::pair<AlgebraicNumber, AlgebraicNumber>> extent_memo;
   std::unordered_map<std::string, int> side_memo;
+  // (piece index, orientation key) -> the planes of its interior facets as it stands, in
+  // standard sign, with their keys.
+  std::unordered_map<std::string, std::vector<std::pair<Plane, std::string>>> cut_memo;
   // x, y, z, w; composed in front of every piece's float orientation.
   std::array<double, 4> base_rotation{0.0, 0.0, 0.0, 1.0};
 };
