@@ -18,20 +18,12 @@ def canonical(text):
 
 # ---- failures -------------------------------------------------------------------------------
 
+# The parser's own messages are the C++ tests' business; these are the ones that cross the
+# binding: text outside ASCII, and the failures that only evaluation finds.
 PARSE_FAILURES = [
     ("", "Unexpected end of expression"),
-    ("   ", "Unexpected character <code> </code>"),
     ("\u00a0", "Unexpected character <code>\u00a0</code>"),
-    ("1.", "Unexpected character <code>.</code>"),
     ("\u00e9", "Unexpected character <code>\u00e9</code>"),
-    ("(1 + 2", "Expected <code>)</code>, but reached end of expression"),
-    ("(1 2)", "Expected <code>)</code>, but found <code>2</code>"),
-    ("9223372036854775808", "Number out of range: <code>9223372036854775808</code>"),
-    ("1+", "Unexpected end of expression"),
-    ("*3", "Unexpected <code>*</code>"),
-    ("2x", "Expected end of string, but found <code>x</code>"),
-    # Tokens are all read before parsing starts: the late bad character wins.
-    ("(1 + 2 @", "Unexpected character <code>@</code>"),
     ("2^0", "exponent must be a fraction"),
     ("2^sqrt(2)", "exponent must be a fraction"),
     ("2^sqrt(4)", "exponent must be a fraction"),
