@@ -1,7 +1,8 @@
 """Fraction arithmetic: torvane against fractions.Fraction (and gmpy2.mpq when installed).
 
-Times add, multiply and compare on small values (64-bit parts) and on big ones (hundreds of
-digits), all in one run, and prints operations per second and the ratio to each baseline.
+Times add, multiply and compare with 30- and 62-bit parts and with 1000-bit parts (random
+signs, and alternating signs, where `<` is decided by the signs), all in one run, and prints
+operations per second, our rate over fractions.Fraction's and our time over gmpy2.mpq's.
 
     PYTHONPATH=python .venv/bin/python bench/bench_fraction.py [--seconds 0.3]
 """
@@ -39,10 +40,14 @@ def power(k):
     return result * tv.Fraction(2 ** (k % 62))
 
 
-def operands(rng, bits, count):
+def operands(rng, bits, count, alternate=False):
+    """Random parts below 2^bits; with `alternate`, the signs alternate, so that consecutive
+    values always have opposite signs."""
     pairs = []
-    for _ in range(count):
+    for i in range(count):
         n = rng.randrange(-2**bits, 2**bits)
+        if alternate:
+            n = abs(n) * (-1) ** i or 1
         d = rng.randrange(1, 2**bits)
         pairs.append((n, d))
     return pairs
@@ -66,12 +71,13 @@ def main():
     parser.add_argument("--seconds", type=float, default=0.3, help="time per measurement")
     args = parser.parse_args()
     rng = random.Random(1)
-    kinds = {"small": operands(rng, 30, 2000), "big": operands(rng, 1000, 300)}
+    kinds = {"30-bit": operands(rng, 30, 2000), "62-bit": operands(rng, 62, 2000),
+             "1000-bit": operands(rng, 1000, 300), "1000-bit +-": operands(rng, 1000, 300, alternate=True)}
     ops = {"add": operator.add, "mul": operator.mul, "compare": operator.lt}
-    print(f"{'case':14} {'torvane op/s':>14} {'fractions op/s':>15} {'ratio':>7}" +
-          (f" {'gmpy2 op/s':>12} {'ratio':>7}" if gmpy2 else ""))
+    print(f"{'case':20} {'torvane op/s':>14} {'fractions op/s':>15} {'ratio':>7}" +
+          (f" {'gmpy2 op/s':>12} {'time / gmpy2':>12}" if gmpy2 else ""))
     for kind, pairs in kinds.items():
-        ours = [tv.Fraction(n, d) if kind == "small" else build_tv(n, d) for n, d in pairs]
+        ours = [build_tv(n, d) if "1000" in kind else tv.Fraction(n, d) for n, d in pairs]
         theirs = [fractions.Fraction(n, d) for n, d in pairs]
         for value, check in zip(ours, theirs):
             assert (int(value.numerator), int(value.denominator)) == (check.numerator, check.denominator)
@@ -79,10 +85,10 @@ def main():
         for name, op in ops.items():
             r_ours = rate(op, ours, args.seconds)
             r_theirs = rate(op, theirs, args.seconds)
-            line = f"{kind + ' ' + name:14} {r_ours:14.0f} {r_theirs:15.0f} {r_ours / r_theirs:7.2f}"
+            line = f"{kind + ' ' + name:20} {r_ours:14.0f} {r_theirs:15.0f} {r_ours / r_theirs:7.2f}"
             if gmp:
                 r_gmp = rate(op, gmp, args.seconds)
-                line += f" {r_gmp:12.0f} {r_ours / r_gmp:7.2f}"
+                line += f" {r_gmp:12.0f} {r_gmp / r_ours:12.2f}"
             print(line)
 
 

@@ -35,6 +35,52 @@ void Fraction::normalise() {
   }
 }
 
+// Sums and products of fractions whose parts fit 64 bits, in 128-bit integers. The gcd of the
+// denominators comes first, as in GMP: with g = gcd(b, d), a/b + c/d has the numerator
+// t = a (d/g) + c (b/g), which shares with b d / g only factors of g, so the one gcd left is
+// gcd(t, g) on small numbers, and when g = 1 the sum is in lowest terms already. A product
+// a/b * c/d is reduced by gcd(a, d) and gcd(c, b) before multiplying. Lowest terms are unique,
+// so the results are those of the school formulas followed by normalise.
+bool Fraction::has_word_parts() const {
+  return numerator_.is_small() && denominator_.is_small() && numerator_.small() != INT64_MIN;
+}
+
+Fraction Fraction::add_words(std::int64_t a, std::int64_t b, std::int64_t c, std::int64_t d) {
+  using Wide = __int128;
+  const auto ub = static_cast<std::uint64_t>(b), ud = static_cast<std::uint64_t>(d);
+  const std::uint64_t g = Int::binary_gcd(ub, ud);
+  if (g == 1) return Fraction(Int::from_i128(Wide{a} * d + Wide{c} * b), Int::from_i128(Wide{b} * d));
+  const auto b_g = static_cast<std::int64_t>(ub / g), d_g = static_cast<std::int64_t>(ud / g);
+  const Wide t = Wide{a} * d_g + Wide{c} * b_g;
+  if (t == 0) return Fraction();
+  const Wide t_mod_g = t % static_cast<Wide>(g);
+  const std::uint64_t h = Int::binary_gcd(static_cast<std::uint64_t>(t_mod_g < 0 ? -t_mod_g : t_mod_g), g);
+  if (h == 1) return Fraction(Int::from_i128(t), Int::from_i128(Wide{b_g} * d));
+  return Fraction(Int::from_i128(t / static_cast<Wide>(h)),
+                  Int::from_i128(Wide{b_g} * static_cast<std::int64_t>(ud / h)));
+}
+
+Fraction Fraction::mul_words(std::int64_t a, std::int64_t b, std::int64_t c, std::int64_t d) {
+  using Wide = __int128;
+  if (a == 0 || c == 0) return Fraction();
+  const std::uint64_t g1 = Int::binary_gcd(Int::magnitude(a), static_cast<std::uint64_t>(d));
+  const std::uint64_t g2 = Int::binary_gcd(Int::magnitude(c), static_cast<std::uint64_t>(b));
+  const auto s1 = static_cast<std::int64_t>(g1), s2 = static_cast<std::int64_t>(g2);
+  return Fraction(Int::from_i128(Wide{a / s1} * (c / s2)), Int::from_i128(Wide{b / s2} * (d / s1)));
+}
+
+Fraction Fraction::add_by_denominator_gcd(const Fraction& x, const Fraction& y) {
+  const Int g = gcd(x.denominator_, y.denominator_);
+  if (g.is_one())
+    return Fraction(x.numerator_ * y.denominator_ + y.numerator_ * x.denominator_, x.denominator_ * y.denominator_);
+  const Int x_g = div(x.denominator_, g);
+  const Int t = x.numerator_ * div(y.denominator_, g) + y.numerator_ * x_g;
+  if (t.is_zero()) return Fraction();
+  const Int h = gcd(t, g);
+  if (h.is_one()) return Fraction(t, x_g * y.denominator_);
+  return Fraction(div(t, h), x_g * div(y.denominator_, h));
+}
+
 void Fraction::add_assign(const Fraction& other, bool reduce) {
   numerator_ = numerator_ * other.denominator_ + denominator_ * other.numerator_;
   denominator_ = denominator_ * other.denominator_;
@@ -42,14 +88,23 @@ void Fraction::add_assign(const Fraction& other, bool reduce) {
 }
 
 Fraction operator+(const Fraction& a, const Fraction& b) {
-  Fraction r = a;
-  r.add_assign(b, true);
-  return r;
+  if (a.has_word_parts() && b.has_word_parts())
+    return Fraction::add_words(a.numerator_.small(), a.denominator_.small(), b.numerator_.small(),
+                               b.denominator_.small());
+  return Fraction::add_by_denominator_gcd(a, b);
 }
 
-Fraction operator-(const Fraction& a, const Fraction& b) { return a + (-b); }
+Fraction operator-(const Fraction& a, const Fraction& b) {
+  if (a.has_word_parts() && b.has_word_parts())
+    return Fraction::add_words(a.numerator_.small(), a.denominator_.small(), -b.numerator_.small(),
+                               b.denominator_.small());
+  return a + (-b);
+}
 
 Fraction operator*(const Fraction& a, const Fraction& b) {
+  if (a.has_word_parts() && b.has_word_parts())
+    return Fraction::mul_words(a.numerator_.small(), a.denominator_.small(), b.numerator_.small(),
+                               b.denominator_.small());
   Fraction r(a.numerator_ * b.numerator_, a.denominator_ * b.denominator_);
   r.normalise();
   return r;
@@ -92,7 +147,16 @@ Fraction Fraction::pow(std::uint32_t exponent) const {
 }
 
 int compare(const Fraction& a, const Fraction& b) {
+  // Different signs decide at once; the denominators are positive.
+  const int sa = a.sign(), sb = b.sign();
+  if (sa != sb) return sa < sb ? -1 : 1;
+  if (sa == 0) return 0;
   if (a.denominator_ == b.denominator_) return compare(a.numerator_, b.numerator_);
+  if (a.numerator_.is_small() && a.denominator_.is_small() && b.numerator_.is_small() && b.denominator_.is_small()) {
+    const __int128 left = __int128{a.numerator_.small()} * b.denominator_.small();
+    const __int128 right = __int128{b.numerator_.small()} * a.denominator_.small();
+    return (left > right) - (left < right);
+  }
   return compare(a.numerator_ * b.denominator_, b.numerator_ * a.denominator_);
 }
 

@@ -69,6 +69,14 @@ class Fraction {
  private:
   Fraction(Int n, Int d) : numerator_(std::move(n)), denominator_(std::move(d)) {}
 
+  // Both parts in small form, the numerator not -2^63, so that it negates in a word.
+  bool has_word_parts() const;
+  // a/b + c/d and a/b * c/d in lowest terms, for b, d > 0 and every part above -2^63.
+  static Fraction add_words(std::int64_t a, std::int64_t b, std::int64_t c, std::int64_t d);
+  static Fraction mul_words(std::int64_t a, std::int64_t b, std::int64_t c, std::int64_t d);
+  // x + y in lowest terms by the same steps on Ints of any size.
+  static Fraction add_by_denominator_gcd(const Fraction& x, const Fraction& y);
+
   Int numerator_;
   Int denominator_;
 };

@@ -36,6 +36,17 @@ Int Int::from_u64(std::uint64_t value) {
   return adopt(v);
 }
 
+Int Int::big_from_i128(__int128 value) {
+  const bool negative = value < 0;
+  const unsigned __int128 m = negative ? 0 - static_cast<unsigned __int128>(value) : static_cast<unsigned __int128>(value);
+  const std::uint64_t limbs[2] = {static_cast<std::uint64_t>(m), static_cast<std::uint64_t>(m >> 64)};
+  mpz_t v;
+  mpz_init(v);
+  mpz_import(v, 2, -1, sizeof(std::uint64_t), 0, 0, limbs);
+  if (negative) mpz_neg(v, v);
+  return adopt(v);
+}
+
 Int Int::from_mpz(const mpz_t value) {
   mpz_t v;
   mpz_init_set(v, value);

@@ -6,7 +6,9 @@
 // The small path of add, sub, mul, compare and gcd is inline and touches no heap.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
+#include <bit>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -25,6 +27,11 @@ class Int {
   Int(std::int64_t value) : small_(value) {}
   Int(int value) : small_(value) {}
   static Int from_u64(std::uint64_t value);
+  // The value of a 128-bit integer, small when it fits.
+  static Int from_i128(__int128 value) {
+    if (value >= INT64_MIN && value <= INT64_MAX) return Int(static_cast<std::int64_t>(value));
+    return big_from_i128(value);
+  }
   // The value of `value`, demoted when it fits.
   static Int from_mpz(const mpz_t value);
   // Decimal digits with an optional leading '-'; nothing else.
@@ -126,6 +133,8 @@ class Int {
 
  private:
   friend struct IntOperand;
+  friend class Fraction;
+  static Int big_from_i128(__int128 value);
   struct Big {
     std::atomic<std::uint32_t> references{1};
     mpz_t value;
@@ -134,17 +143,24 @@ class Int {
   static std::uint64_t magnitude(std::int64_t v) {
     return v < 0 ? 0 - static_cast<std::uint64_t>(v) : static_cast<std::uint64_t>(v);
   }
+  // The binary gcd of two numbers below 2^63: the common power of two stripped, then trailing
+  // zeros shifted out and the smaller subtracted from the larger. The difference's trailing
+  // zeros are counted before the minimum is taken, which shortens each step's chain of
+  // dependent instructions.
   static std::uint64_t binary_gcd(std::uint64_t u, std::uint64_t v) {
     if (u == 0) return v;
     if (v == 0) return u;
-    const int shift = __builtin_ctzll(u | v);
-    u >>= __builtin_ctzll(u);
-    do {
-      v >>= __builtin_ctzll(v);
-      if (u > v) std::swap(u, v);
-      v -= u;
-    } while (v != 0);
-    return u << shift;
+    int u_zeros = __builtin_ctzll(u);
+    const int shift = std::min(u_zeros, __builtin_ctzll(v));
+    v >>= __builtin_ctzll(v);
+    while (u != 0) {
+      u >>= u_zeros;
+      const std::int64_t difference = static_cast<std::int64_t>(v) - static_cast<std::int64_t>(u);
+      u_zeros = std::countr_zero(static_cast<std::uint64_t>(difference));  // 64 for 0, which ends the loop
+      v = std::min(u, v);
+      u = static_cast<std::uint64_t>(difference < 0 ? -difference : difference);
+    }
+    return v << shift;
   }
 
   void retain() const {
