@@ -154,7 +154,8 @@ def test_rational_expressions_against_fractions(case):
     if number is None:
         return
     assert number == tv.evaluate(exact_text(value))
-    assert float(number) == float(value)
+    if abs(value) < 2**1024:  # Python's float() of a larger fractions.Fraction raises
+        assert float(number) == float(value)
     assert number.sign() == (value > 0) - (value < 0)
     # Canonical text evaluates to the same number.
     assert tv.evaluate(canonical(text)) == number
