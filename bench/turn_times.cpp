@@ -1,6 +1,7 @@
-// Turn times: cold (first turn of a fresh puzzle, memos empty) and warm (memos filled by a
-// random game first) turns on the 3x3x3 and every catalog recipe, scramble(100) + settle, and
-// one advance in the middle of an animation. Each turn includes the stops, the exact rotation
+// Turn times on the 3x3x3 and every catalog recipe: cold (the first turn of a fresh puzzle,
+// memos empty), warm (the same turn again after undoing it, so the memos know every state it
+// meets) and in play (a turn deep in a random game, which on a jumbling puzzle keeps meeting
+// arrangements never seen before); scramble(100) + settle; one advance in mid-animation. Each turn includes the stops, the exact rotation
 // and the re-derivation of the grips; every timed game is checked by undoing it to the solved
 // orientations. Prints milliseconds per recipe and the five slowest warm turns. Built against
 // the core library:
@@ -50,35 +51,45 @@ std::vector<std::string> orientation_keys(const tv::Simulator& sim) {
 struct TurnTimes {
   double cold_ms;
   double warm_ms;
+  double in_play_ms;
 };
 
-// One cold turn, a random warm-up game, then `turns` random turns timed one by one (the
-// median is reported); the whole game is undone and must give back the solved state.
+double median(std::vector<double> values) {
+  std::nth_element(values.begin(), values.begin() + values.size() / 2, values.end());
+  return values[values.size() / 2];
+}
+
+// The cold turn, `turns` warm repeats of it (each undone untimed), then a random game of
+// `turns` moves and `turns` timed turns in it; the whole game is undone and must give back
+// the solved state.
 TurnTimes time_turns(const std::string& query, int turns) {
   tv::Simulator sim = make(query);
   const auto solved = orientation_keys(sim);
-  if (sim.grips().empty()) return {0.0, 0.0};
-  auto start = Clock::now();
-  check(query, sim.turn(0, tv::TurnChoice::direction(1)));
-  const double cold = ms_since(start);
+  if (sim.grips().empty()) return {0.0, 0.0, 0.0};
+  std::vector<double> warm, in_play;
+  double cold = 0.0;
+  for (int k = 0; k <= turns; ++k) {
+    const auto start = Clock::now();
+    check(query, sim.turn(0, tv::TurnChoice::direction(1)));
+    (k == 0 ? cold : warm.emplace_back()) = ms_since(start);
+    check(query, sim.undo().ok() ? tv::Status{} : tv::Status{tv::other_failure("undo failed")});
+  }
   sim.scramble(static_cast<std::uint32_t>(turns));
   check(query, sim.settle());
-  std::vector<double> warm;
   std::uint64_t z = 1;
   for (int k = 0; k < turns; ++k) {
     z = tv::mix(z + tv::kGoldenGamma);
     const std::size_t grip = z % sim.grips().size();
-    start = Clock::now();
+    const auto start = Clock::now();
     check(query, sim.turn(grip, tv::TurnChoice::direction((z >> 40) & 1 ? 1 : -1)));
-    warm.push_back(ms_since(start));
+    in_play.push_back(ms_since(start));
   }
   auto restored = sim.restore();
   if (!restored.ok() || !*restored || orientation_keys(sim) != solved) {
     std::fprintf(stderr, "%s: the game did not undo to the solved state\n", query.c_str());
     std::exit(1);
   }
-  std::nth_element(warm.begin(), warm.begin() + warm.size() / 2, warm.end());
-  return {cold, warm[warm.size() / 2]};
+  return {cold, median(warm), median(in_play)};
 }
 
 double time_scramble(const std::string& query) {
@@ -108,24 +119,28 @@ int main(int argc, char** argv) {
   const std::string cube = "?shell=C$1&cut=C$1/3";
   const std::string megaminx = "?shell=D$1&cut=D$2/(sqrt(5)+1)";
   const TurnTimes cube_times = time_turns(cube, 400);
-  std::printf("3x3x3 turn: cold %.3f ms, warm %.4f ms\n", cube_times.cold_ms, cube_times.warm_ms);
+  std::printf("3x3x3 turn: cold %.3f ms, warm %.4f ms, in play %.4f ms\n", cube_times.cold_ms, cube_times.warm_ms,
+              cube_times.in_play_ms);
   std::printf("scramble(100) + settle: 3x3x3 %.2f ms, Megaminx %.2f ms\n", time_scramble(cube), time_scramble(megaminx));
   std::printf("mid-animation advance (3x3x3, 9 pieces): %.3f us\n", time_mid_animation_advance_us(cube));
   if (argc > 1 && std::strcmp(argv[1], "cube") == 0) return 0;
 
   struct Row {
-    double warm, cold;
+    TurnTimes t;
     std::string name;
   };
   std::vector<Row> rows;
   for (const tv::CatalogRow& row : tv::catalog_rows()) {
-    const TurnTimes t = time_turns(std::string(row.recipe), 40);
-    std::printf("%9.3f ms warm %9.3f ms cold  %.*s\n", t.warm_ms, t.cold_ms, int(row.name.size()), row.name.data());
-    rows.push_back({t.warm_ms, t.cold_ms, std::string(row.name)});
+    const TurnTimes t = time_turns(std::string(row.recipe), 20);
+    std::printf("%9.3f ms cold %9.3f ms warm %9.3f ms in play  %.*s\n", t.cold_ms, t.warm_ms, t.in_play_ms,
+                int(row.name.size()), row.name.data());
+    std::fflush(stdout);
+    rows.push_back({t, std::string(row.name)});
   }
-  std::sort(rows.begin(), rows.end(), [](const Row& a, const Row& b) { return a.warm > b.warm; });
+  std::sort(rows.begin(), rows.end(), [](const Row& a, const Row& b) { return a.t.warm_ms > b.t.warm_ms; });
   std::printf("slowest warm turns:\n");
   for (std::size_t k = 0; k < 5 && k < rows.size(); ++k) {
-    std::printf("%9.3f ms warm %9.3f ms cold  %s\n", rows[k].warm, rows[k].cold, rows[k].name.c_str());
+    std::printf("%9.3f ms cold %9.3f ms warm %9.3f ms in play  %s\n", rows[k].t.cold_ms, rows[k].t.warm_ms,
+                rows[k].t.in_play_ms, rows[k].name.c_str());
   }
 }
