@@ -23,6 +23,7 @@
 #include "bindings/access.hpp"
 #include "bindings/args.hpp"
 #include "bindings/errors.hpp"
+#include "interrupt.hpp"
 
 namespace tv::py {
 
@@ -106,33 +107,28 @@ PyObject* guarded(Body&& body) {
   }
 }
 
+// Runs the pending signal handlers for released work: the interpreter is retaken for the call
+// and released again. True when a handler raised (Ctrl-C's KeyboardInterrupt), which stays set
+// until the work has unwound and the interpreter is retaken for good.
+inline bool run_signal_handlers(void* saved_state) {
+  auto& state = *static_cast<PyThreadState**>(saved_state);
+  PyEval_RestoreThread(state);
+  const bool raised = PyErr_CheckSignals() != 0;
+  state = PyEval_SaveThread();
+  return raised;
+}
+
 // Runs long work with the interpreter released; it is retaken on every way out, also when an
-// internal failure unwinds through here. The work must not touch any Python object.
-//
-// The retake is a plain call, never a destructor: an interpreter that is finalizing ends a
-// daemon thread inside PyEval_RestoreThread by unwinding its stack (pthread_exit), and that
-// unwind must reach CPython's frames through nothing declared noexcept.
+// internal failure unwinds through here. The work must not touch any Python object. Between
+// its rounds the work checks for interruption (interrupt.hpp), which runs the signal handlers.
 template <class Work>
-auto released(Work&& work) {
-  PyThreadState* state = PyEval_SaveThread();
-  // The retake on the failure path; the normal retake stays outside the try, so that the
-  // unwind of a finalizing interpreter never lands in this handler.
-  const auto run = [&] {
-    try {
-      return std::forward<Work>(work)();
-    } catch (...) {
-      PyEval_RestoreThread(state);
-      throw;
-    }
-  };
-  if constexpr (std::is_void_v<decltype(run())>) {
-    run();
-    PyEval_RestoreThread(state);
-  } else {
-    auto result = run();
-    PyEval_RestoreThread(state);
-    return result;
-  }
+decltype(auto) released(Work&& work) {
+  struct Reattach {
+    PyThreadState* state;
+    ~Reattach() { PyEval_RestoreThread(state); }
+  } reattach{PyEval_SaveThread()};
+  InterruptScope interruptible(&run_signal_handlers, &reattach.state);
+  return std::forward<Work>(work)();
 }
 
 template <class Class>

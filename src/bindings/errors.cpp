@@ -45,6 +45,8 @@ PyObject* raise(PyObject* type, const std::string& message) {
 }
 
 PyObject* raise_failure(const Failure& failure) {
+  // A signal handler that raised while the work ran (interrupt.hpp) has the last word.
+  if (PyErr_Occurred() != nullptr) return nullptr;
   const bool division_by_zero = failure.message.find("Division by zero") != std::string::npos;
   PyObject* type = PyExc_RuntimeError;
   switch (failure.kind) {

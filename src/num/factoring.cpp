@@ -1,5 +1,7 @@
 #include "num/factoring.hpp"
 
+#include "interrupt.hpp"
+
 #include <algorithm>
 #include <limits>
 #include <optional>
@@ -162,13 +164,14 @@ struct Scratch {
 
 // distinct_degree and equal_degree on machine words, for a small prime p: the same steps, and
 // the same random draws, as on ModPoly.
-std::vector<ModPoly> distinct_degree_on_words(const ZPoly& f, const Int& prime) {
+Result<std::vector<ModPoly>> distinct_degree_on_words(const ZPoly& f, const Int& prime) {
   const auto p = static_cast<std::uint64_t>(prime.small());
   WordPoly g = WordPoly::of(reduce(f, prime)).monic(p);
   const WordPoly x({0, 1});
   WordPoly h = x;
   std::vector<ModPoly> parts{constant_mod(1, prime)};
   for (std::int64_t i = 1; 2 * i <= g.degree(); ++i) {
+    TV_CHECK(check_interrupt());
     h = WordPoly::pow_mod(std::move(h), prime, g, p);
     WordPoly c = WordPoly::gcd(h.minus_monomial(1, 1, p), g, p);
     g = WordPoly::quotient(std::move(g), c, p);
@@ -184,6 +187,7 @@ Result<std::vector<WordPoly>> equal_degree_on_words(const WordPoly& f, std::int6
   if (f.degree() == d) return std::vector<WordPoly>{f};
   const auto p = static_cast<std::uint64_t>(prime.small());
   for (int draw = 0; draw < 1000; ++draw) {
+    TV_CHECK(check_interrupt());
     const WordPoly b = WordPoly::pow_mod(WordPoly::of(random_probe(d, prime)), exponent, f, p);
     WordPoly g = WordPoly::gcd(b.minus_monomial(1, 0, p), f, p);
     if (g.degree() > 0 && g.degree() < f.degree()) {
@@ -269,6 +273,7 @@ class Recombination {
   }
 
   Result<bool> test(std::uint64_t trace, std::int64_t degree) {
+    if ((++visited_ & kSubsetsPerCheck) == 0) TV_CHECK(check_interrupt());
     if (current_.is_zero()) return other_failure("combine_factors: zero polynomial");
     const std::int64_t rest = current_.degree() - degree;
     if (rest < 1 || !allowed_[static_cast<std::size_t>(degree)] || !allowed_[static_cast<std::size_t>(rest)])
@@ -389,6 +394,9 @@ class Recombination {
   static bool divides(const Int& d, const Int& n) { return d.is_zero() ? n.is_zero() : rem(n, d).is_zero(); }
 
   static constexpr std::uint64_t kNoWindow = ~std::uint64_t{0};
+  // A mask: interruption is checked once per 2^12 subsets.
+  static constexpr std::uint64_t kSubsetsPerCheck = (std::uint64_t{1} << 12) - 1;
+  std::uint64_t visited_ = 0;
 
   std::vector<std::vector<Scratch>> lifted_;  // the lifted factors' coefficients in [0, m)
   std::vector<Int> second_;                   // each lifted factor's coefficient below its leading one
@@ -555,6 +563,7 @@ Result<std::vector<ModPoly>> distinct_degree(const ZPoly& f, const Int& p) {
   std::vector<ModPoly> parts{one};
   // Once 2i exceeds the degree of what is left, that rest is 1 or irreducible.
   for (std::int64_t i = 1; 2 * i <= g.degree(); ++i) {
+    TV_CHECK(check_interrupt());
     TV_TRY(h, pow_mod(std::move(h), p, g));
     TV_TRY(ModPoly c, euclidean_gcd(h - x, g));
     TV_TRY(c, make_monic(c));
@@ -579,6 +588,7 @@ Result<std::vector<ModPoly>> equal_degree(const ModPoly& f, std::int64_t d) {
   }
   const ModPoly one = constant_mod(1, p);
   for (int draw = 0; draw < 1000; ++draw) {
+    TV_CHECK(check_interrupt());
     TV_TRY(ModPoly b, pow_mod(random_probe(d, p), exponent, f));
     TV_TRY(ModPoly g, euclidean_gcd(b - one, f));
     TV_TRY(g, make_monic(g));
@@ -638,6 +648,7 @@ Result<std::pair<ZPoly, ZPoly>> lift_pair(const ZPoly& f, const ModPoly& g, cons
   const Int target = p.pow(k);
   // Each step takes f = G H and S G + T H = 1 from mod m to mod m^2.
   for (Int m = p; compare(m, target) < 0; m = m * m) {
+    TV_CHECK(check_interrupt());
     TV_TRY(ZPoly e, (f - G * H).divide_coefficients(m));
     TV_TRY(auto qr, divrem(reduce(T * e, m), reduce(G, m)));
     G += residues(qr.remainder).scale(m);
