@@ -244,7 +244,9 @@ std::string normal_key(const Plane& plane) {
 }
 
 std::string plane_key(const Plane& plane) {
-  std::string key = "[" + normal_key(plane) + ",";
+  std::string key = "[";
+  key += normal_key(plane);
+  key += ',';
   append_number(key, plane.d);
   key += ']';
   return key;

@@ -152,12 +152,13 @@ def test_a_daemon_thread_inside_a_released_call_survives_interpreter_exit():
         image = tv.Image(512, 512)
         def spin():
             while True:
-                image.copy().downsample(2)
-        threading.Thread(target=spin, daemon=True).start()
-        time.sleep(0.5)
+                image.downsample(2)
+        for _ in range(4):
+            threading.Thread(target=spin, daemon=True).start()
+        time.sleep(0.3)
     """
     env = {**os.environ, "PYTHONPATH": os.pathsep.join(sys.path)}
-    for _ in range(4):
+    for _ in range(6):
         result = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True, env=env)
         assert (result.returncode, result.stderr) == (0, "")
 
