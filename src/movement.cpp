@@ -385,4 +385,151 @@ Status apply_rotation(std::vector<Piece>& pieces, const std::vector<std::uint32_
   return {};
 }
 
+namespace {
+
+// "+[1/1,0/1,-1/2]" for a normal whose first non-zero coordinate p is positive: the sign of p
+// and the normal divided by p, so parallel normals share a key and opposite ones do not.
+Result<std::string> axis_key(const Plane& plane) {
+  const AlgebraicNumber* first = nullptr;
+  for (const AlgebraicNumber* x : {&plane.a, &plane.b, &plane.c}) {
+    if (x->sign() != 0) {
+      first = x;
+      break;
+    }
+  }
+  if (first == nullptr) return state_failure("a grip has a degenerate axis");
+  TV_TRY(const AlgebraicNumber inverse, first->inverse());
+  std::string key(1, first->sign() > 0 ? '+' : '-');
+  const AlgebraicNumber a = plane.a * inverse, b = plane.b * inverse, c = plane.c * inverse;
+  append_numbers(key, {&a, &b, &c});
+  return key;
+}
+
+// 0 -> A, 25 -> Z, 26 -> AA: bijective base 26.
+std::string axis_label(std::size_t n) {
+  std::string label;
+  while (true) {
+    label.insert(label.begin(), static_cast<char>('A' + n % 26));
+    if (n < 26) return label;
+    n = n / 26 - 1;
+  }
+}
+
+std::optional<std::size_t> name_index(const std::vector<std::string>& names, std::string_view name) {
+  const auto found = std::find(names.begin(), names.end(), name);
+  if (found == names.end()) return std::nullopt;
+  return static_cast<std::size_t>(found - names.begin());
+}
+
+// The length of the UTF-8 white space at `at`, or 0.
+std::size_t white_space_at(std::string_view text, std::size_t at) {
+  const auto byte = [&](std::size_t k) { return at + k < text.size() ? static_cast<unsigned char>(text[at + k]) : 0u; };
+  const unsigned b0 = byte(0);
+  if ((b0 >= 0x09 && b0 <= 0x0D) || b0 == 0x20) return 1;
+  if (b0 == 0xC2 && (byte(1) == 0x85 || byte(1) == 0xA0)) return 2;
+  if (b0 == 0xE1 && byte(1) == 0x9A && byte(2) == 0x80) return 3;  // U+1680
+  if (b0 == 0xE2 && byte(1) == 0x80) {
+    const unsigned b2 = byte(2);
+    if (b2 <= 0x8A || b2 == 0xA8 || b2 == 0xA9 || b2 == 0xAF) return 3;  // U+2000-200A, 2028, 2029, 202F
+  }
+  if (b0 == 0xE2 && byte(1) == 0x81 && byte(2) == 0x9F) return 3;  // U+205F
+  if (b0 == 0xE3 && byte(1) == 0x80 && byte(2) == 0x80) return 3;  // U+3000
+  return 0;
+}
+
+std::vector<std::string_view> white_space_tokens(std::string_view text) {
+  std::vector<std::string_view> tokens;
+  std::size_t start = 0, at = 0;
+  while (at < text.size()) {
+    if (const std::size_t space = white_space_at(text, at); space > 0) {
+      if (at > start) tokens.push_back(text.substr(start, at - start));
+      at += space;
+      start = at;
+    } else {
+      ++at;
+    }
+  }
+  if (at > start) tokens.push_back(text.substr(start, at - start));
+  return tokens;
+}
+
+std::string joined(const std::vector<std::string>& names) {
+  std::string text;
+  for (std::size_t k = 0; k < names.size(); ++k) text += (k ? ", " : "") + names[k];
+  return text;
+}
+
+Result<Move> parse_move(const std::vector<std::string>& names, std::string_view token) {
+  const bool inverse = !token.empty() && token.back() == '\'';
+  const std::string_view stem = inverse ? token.substr(0, token.size() - 1) : token;
+  if (const auto k = name_index(names, stem)) return Move{2 * *k + inverse, 1};
+  const auto not_a_move = [&] {
+    return parse_failure("'" + std::string(token) + "' is not a move of this puzzle. Its grips are " + joined(names));
+  };
+  std::size_t digits = 0;
+  while (digits < stem.size() && stem[stem.size() - 1 - digits] >= '0' && stem[stem.size() - 1 - digits] <= '9') ++digits;
+  for (std::size_t length = 1; length <= digits; ++length) {
+    const auto k = name_index(names, stem.substr(0, stem.size() - length));
+    if (!k) continue;
+    std::uint64_t count = 0;
+    for (const char digit : stem.substr(stem.size() - length)) {
+      count = count * 10 + static_cast<std::uint64_t>(digit - '0');
+      if (count > 0xFFFFFFFFull) return parse_failure("move '" + std::string(token) + "' has an unreadable repeat count");
+    }
+    if (count == 0) return parse_failure("move '" + std::string(token) + "' repeats zero times");
+    return Move{2 * *k + inverse, static_cast<std::uint32_t>(count)};
+  }
+  return not_a_move();
+}
+
+}  // namespace
+
+Result<GripNames> name_grips(const std::vector<GripLayer>& grips) {
+  InsertionOrderedMap<std::string, std::vector<std::size_t>> axes;
+  for (std::size_t k = 0; k < grips.size(); ++k) {
+    TV_TRY(const std::string key, axis_key(grips[k].plane));
+    axes[key].push_back(k);
+  }
+  GripNames named;
+  named.names.resize(grips.size());
+  std::size_t axis = 0;
+  for (const auto& [key, members] : axes) {
+    const std::string label = axis_label(axis++);
+    for (std::size_t j = 0; j < members.size(); ++j) {
+      named.names[members[j]] = members.size() == 1 ? label : label + std::to_string(j + 1);
+    }
+  }
+  for (const GripLayer& grip : grips) named.planes.push_back(grip.plane);
+  return named;
+}
+
+std::string action_name(const std::vector<std::string>& names, std::uint64_t action) {
+  return names[action / 2] + (action % 2 ? "'" : "");
+}
+
+std::optional<std::uint64_t> action_index(const std::vector<std::string>& names, std::string_view name) {
+  const bool inverse = !name.empty() && name.back() == '\'';
+  const auto k = name_index(names, inverse ? name.substr(0, name.size() - 1) : name);
+  if (!k) return std::nullopt;
+  return 2 * *k + inverse;
+}
+
+std::optional<std::size_t> current_grip(const std::vector<Plane>& action_planes, const std::vector<GripLayer>& grips,
+                                        std::uint64_t action) {
+  if (action / 2 >= action_planes.size()) return std::nullopt;
+  const Plane& plane = action_planes[action / 2];
+  const auto found = std::find_if(grips.begin(), grips.end(), [&](const GripLayer& g) { return g.plane == plane; });
+  if (found == grips.end()) return std::nullopt;
+  return static_cast<std::size_t>(found - grips.begin());
+}
+
+Result<std::vector<Move>> parse_moves(const std::vector<std::string>& names, std::string_view text) {
+  std::vector<Move> moves;
+  for (const std::string_view token : white_space_tokens(text)) {
+    TV_TRY(const Move move, parse_move(names, token));
+    moves.push_back(move);
+  }
+  return moves;
+}
+
 }  // namespace tv

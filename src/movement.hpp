@@ -24,7 +24,9 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "failure.hpp"
@@ -110,5 +112,41 @@ ChosenTurn choose_direction(const std::vector<Quaternion>& stops, std::int64_t d
 // Turns the listed pieces by r: each orientation becomes r * orientation, rescaled to L1
 // length 1 with w >= 0, so numbers do not grow over a game and equal rotations have equal text.
 Status apply_rotation(std::vector<Piece>& pieces, const std::vector<std::uint32_t>& indices, const Quaternion& r);
+
+// ---------------------------------------------------------------------------------------------
+// Actions: stable numbers for turns of the solved puzzle's layers. Grip k of the solved puzzle
+// has the name grip_names[k] and two actions, 2k (the way its normal points) and 2k + 1 (back,
+// named with a trailing "'"). Names come from the axes in grip order: the axes are labelled
+// A, B, ..., Z, AA, AB, ... (bijective base 26), and a grip shares its axis's label, with its
+// place on the axis from 1 appended when the axis has several grips.
+// ---------------------------------------------------------------------------------------------
+
+struct GripNames {
+  std::vector<std::string> names;
+  std::vector<Plane> planes;  // each solved grip's plane, in grip order
+};
+
+// Names the solved grips; a grip whose normal is zero fails with kind State.
+Result<GripNames> name_grips(const std::vector<GripLayer>& grips);
+// "A", "B2'": the name of an action, whose grip k = action / 2 must exist.
+std::string action_name(const std::vector<std::string>& names, std::uint64_t action);
+// The action a name stands for; nothing when no grip has it.
+std::optional<std::uint64_t> action_index(const std::vector<std::string>& names, std::string_view name);
+// The index among `grips` of the layer that action `action` turns now: the first grip with the
+// action's solved plane. Nothing past the table, or when that layer is locked.
+std::optional<std::size_t> current_grip(const std::vector<Plane>& action_planes, const std::vector<GripLayer>& grips,
+                                        std::uint64_t action);
+
+struct Move {
+  std::uint64_t action;
+  std::uint32_t repeat;
+};
+
+// Reads written moves such as "A B2' A'": tokens split on runs of Unicode white space (the
+// White_Space property: U+0009 to U+000D, U+0020, U+0085, U+00A0, U+1680, U+2000 to U+200A,
+// U+2028, U+2029, U+202F, U+205F, U+3000). A token is a name with an optional trailing "'"; a
+// name that is not itself a grip's may end in an ASCII repeat count from 1 to 2^32 - 1, which
+// stands before the "'". The whole text is read before anything moves; failures have kind Parse.
+Result<std::vector<Move>> parse_moves(const std::vector<std::string>& names, std::string_view text);
 
 }  // namespace tv

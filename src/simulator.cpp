@@ -43,6 +43,10 @@ RandomMove draw(std::uint64_t s, std::size_t grip_count) {
   return {index, 2 * b - 1};
 }
 
+Failure grip_index_failure(std::size_t index, std::size_t count) {
+  return range_failure("grip index " + std::to_string(index) + " out of range (have " + std::to_string(count) + ")");
+}
+
 }  // namespace
 
 FloatQuaternion product(const FloatQuaternion& p, const FloatQuaternion& q) {
@@ -142,11 +146,13 @@ void Simulator::prepare_animation(const GripLayer& grip, double angle) {
   animation_ = std::move(animation);
 }
 
+Result<std::vector<Quaternion>> Simulator::stops(std::size_t grip_index) {
+  if (grip_index >= grips_.size()) return grip_index_failure(grip_index, grips_.size());
+  return stops_of(pieces_, grips_[grip_index]);
+}
+
 Status Simulator::turn(std::size_t grip_index, TurnChoice choice) {
-  if (grip_index >= grips_.size()) {
-    return range_failure("grip index " + std::to_string(grip_index) + " out of range (have " +
-                         std::to_string(grips_.size()) + ")");
-  }
+  if (grip_index >= grips_.size()) return grip_index_failure(grip_index, grips_.size());
   drop_animation();
   const GripLayer grip = grips_[grip_index];
   TV_TRY(const auto stops, stops_of(pieces_, grip));
@@ -245,6 +251,58 @@ Status Simulator::settle() {
     drop_animation();
   }
   return {};
+}
+
+Result<std::shared_ptr<const StickerTable>> Simulator::sticker_table() {
+  if (sticker_table_) return sticker_table_;
+  std::optional<BuiltPuzzle> rebuilt;
+  std::vector<GripLayer> solved_grips;
+  if (move_count_ > 0) {
+    TV_TRY(rebuilt, build_puzzle(Recipe{shell_shapes_, cut_shapes_}));
+    TV_TRY(solved_grips, derive_grips(rebuilt->pieces));
+  }
+  const PieceSet& solved = rebuilt ? rebuilt->pieces : pieces_;
+  TV_TRY(StickerTable table, build_sticker_slots(solved.pieces));
+  TV_TRY(GripNames named, name_grips(rebuilt ? solved_grips : grips_));
+  table.grip_names = std::move(named.names);
+  table.action_planes = std::move(named.planes);
+  sticker_table_ = std::make_shared<const StickerTable>(std::move(table));
+  return sticker_table_;
+}
+
+void Simulator::install_sticker_table(std::shared_ptr<const StickerTable> table) {
+  sticker_table_ = std::move(table);
+  slot_memo_.clear();
+}
+
+Result<std::vector<std::uint32_t>> Simulator::sticker_ids() {
+  TV_TRY(const auto table, sticker_table());
+  return tv::sticker_ids(*table, pieces_.pieces, slot_memo_);
+}
+
+Result<std::vector<std::uint16_t>> Simulator::sticker_colors() {
+  TV_TRY(const auto table, sticker_table());
+  return tv::sticker_colors(*table, pieces_.pieces, slot_memo_);
+}
+
+Result<bool> Simulator::apply_action(std::uint64_t action) {
+  TV_TRY(const auto table, sticker_table());
+  const std::uint64_t count = 2 * table->action_planes.size();
+  if (action >= count) {
+    return range_failure("action " + std::to_string(action) + " out of range (have " + std::to_string(count) + ")");
+  }
+  const auto grip = current_grip(table->action_planes, grips_, action);
+  if (!grip) return false;
+  TV_CHECK(turn(*grip, TurnChoice::direction(action % 2 ? -1 : 1)));
+  cancel_animation();
+  return true;
+}
+
+Result<std::vector<bool>> Simulator::action_mask() {
+  TV_TRY(const auto table, sticker_table());
+  std::vector<bool> mask(2 * table->action_planes.size());
+  for (std::uint64_t a = 0; a < mask.size(); ++a) mask[a] = current_grip(table->action_planes, grips_, a).has_value();
+  return mask;
 }
 
 void Simulator::seed(std::uint64_t state) {

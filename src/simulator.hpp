@@ -21,6 +21,7 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -30,6 +31,7 @@
 #include "movement.hpp"
 #include "parse.hpp"
 #include "piece.hpp"
+#include "symbolic.hpp"
 
 namespace tv {
 
@@ -74,6 +76,8 @@ class Simulator {
   // One turn of grip `grip_index`. Any move in flight lands first. Fails with kind Range for a
   // grip or stop index past its list; an exact-layer failure passes up with no rollback.
   Status turn(std::size_t grip_index, TurnChoice choice);
+  // The stops of grip `grip_index` (kind Range past the grips), in order of increasing angle.
+  Result<std::vector<Quaternion>> stops(std::size_t grip_index);
   // Inverts the last turn on the grip that now has its plane. False, with nothing changed, when
   // the history is empty or that layer is locked.
   Result<bool> undo();
@@ -91,6 +95,19 @@ class Simulator {
   void refresh_orientations();
   // Recomputes the grips; on failure the old ones stay.
   Status rederive_grips();
+
+  // The slots and action names of this recipe, made on first use from the solved puzzle (a
+  // private solved rebuild once anything has moved), or the one a batch installed.
+  Result<std::shared_ptr<const StickerTable>> sticker_table();
+  // Shares a table made elsewhere for the same recipe; the slot memo belongs to a table.
+  void install_sticker_table(std::shared_ptr<const StickerTable> table);
+  Result<std::vector<std::uint32_t>> sticker_ids();
+  Result<std::vector<std::uint16_t>> sticker_colors();
+  // Makes action `action` at once, with no animation; false, with nothing changed, when its
+  // layer is locked now. Past the table: kind Range.
+  Result<bool> apply_action(std::uint64_t action);
+  // Whether each action's layer can turn now.
+  Result<std::vector<bool>> action_mask();
 
   // The generator starts from exactly this state; the last random move is forgotten.
   void seed(std::uint64_t state);
@@ -134,6 +151,8 @@ class Simulator {
   std::uint64_t rng_state_ = kInitialRandomState;
   std::uint64_t move_count_ = 0;
   std::uint32_t scramble_queue_ = 0;
+  std::shared_ptr<const StickerTable> sticker_table_;
+  SlotMemo slot_memo_;
 };
 
 }  // namespace tv

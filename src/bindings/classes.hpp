@@ -6,6 +6,7 @@
 
 namespace tv {
 class Fraction;
+struct Recipe;
 }
 
 namespace tv::py {
@@ -17,6 +18,8 @@ PyObject* real_class();
 PyObject* image_class();
 PyObject* shape_class();
 PyObject* recipe_class();
+PyObject* puzzle_class();
+PyObject* grip_class();
 
 // Module functions defined in their own files, as new references bound to `module`.
 PyObject* factor_polynomial_function(PyObject* module);
@@ -24,9 +27,13 @@ PyObject* catalog_function(PyObject* module);
 PyObject* polyhedra_function(PyObject* module);
 PyObject* evaluate_function(PyObject* module);
 PyObject* non_jumbling_function(PyObject* module);
+PyObject* jumbles_function(PyObject* module);
 
 // The body of `evaluate(expr)` and `Real.parse(expr)`: the text parsed and evaluated exactly.
 PyObject* evaluate_expression(Arguments& args);
+
+// A new Puzzle built from the recipe with the interpreter released.
+PyObject* puzzle_from_recipe(const Recipe& recipe);
 
 // A new Fraction object holding `value`.
 PyObject* fraction_object(const Fraction& value);

@@ -205,6 +205,11 @@ PyCFunction as_cfunction(F* function) {
     name, ::tv::py::as_cfunction(&::tv::py::function_entry<nullptr, doc, body>),                     \
         METH_FASTCALL | METH_KEYWORDS, doc                                                           \
   }
+// A read-only property taking exclusive access: it may fill a memo or refine the shared field.
+#define TV_EXCLUSIVE_GETTER(Class, name, doc, body)                                                  \
+  PyGetSetDef {                                                                                      \
+    name, &::tv::py::getter_entry<Class, ::tv::py::Access::Exclusive, body>, nullptr, doc, nullptr   \
+  }
 // A read-only property taking shared access.
 #define TV_GETTER(Class, name, doc, body)                                                            \
   PyGetSetDef {                                                                                      \

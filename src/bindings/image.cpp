@@ -2,6 +2,7 @@
 // output. Methods that change pixels take the image exclusively, the rest shared; the box
 // average, the resize, blit and PNG encoding run with the interpreter released.
 #include "bindings/classes.hpp"
+#include "bindings/colors.hpp"
 #include "bindings/entry.hpp"
 #include "bindings/results.hpp"
 #include "render/font.hpp"
@@ -19,11 +20,6 @@ struct ImageClass {
   static constexpr char name[] = "Image";
 };
 
-// A color argument: a tuple of exactly four integers from 0 to 255, r first.
-struct ColorArgument {
-  Color word = 0;
-};
-
 // Pixel data for from_bytes: an immutable bytes object is read in place, anything else is
 // copied by the rule for list-valued arguments.
 struct PixelData {
@@ -37,29 +33,6 @@ struct ImageArgument {
 };
 
 }  // namespace
-
-template <>
-struct Converter<ColorArgument> {
-  static bool convert(PyObject* object, ColorArgument& out) {
-    if (!PyTuple_Check(object)) {
-      raise_mismatch(object, "tuple");
-      return false;
-    }
-    const Py_ssize_t size = PyTuple_GET_SIZE(object);
-    if (size != 4) {
-      PyErr_Format(PyExc_ValueError, "expected tuple of length 4, but got tuple of length %zd", size);
-      return false;
-    }
-    Color word = 0;
-    for (Py_ssize_t i = 0; i < 4; ++i) {
-      std::uint8_t byte;
-      if (!Converter<std::uint8_t>::convert(PyTuple_GET_ITEM(object, i), byte)) return false;
-      word |= Color{byte} << (8 * i);
-    }
-    out.word = word;
-    return true;
-  }
-};
 
 template <>
 struct Converter<PixelData> {

@@ -62,13 +62,16 @@ int exec_module(PyObject* module) {
                     register_attribute(module, "Fraction", fraction_class()) &&
                     register_attribute(module, "Real", real_class()) &&
                     register_attribute(module, "Image", image_class()) &&
+                    register_attribute(module, "Puzzle", puzzle_class()) &&
                     register_attribute(module, "Shape", shape_class()) &&
                     register_attribute(module, "Recipe", recipe_class()) &&
+                    register_attribute(module, "Grip", grip_class()) &&
                     register_attribute(module, "catalog", catalog_function(module)) &&
                     register_attribute(module, "polyhedra", polyhedra_function(module)) &&
                     register_attribute(module, "evaluate", evaluate_function(module)) &&
                     register_attribute(module, "factor_polynomial", factor_polynomial_function(module)) &&
                     register_attribute(module, "thread_count", function_named(module, "thread_count")) &&
+                    register_attribute(module, "jumbles", jumbles_function(module)) &&
                     register_attribute(module, "non_jumbling", non_jumbling_function(module)) &&
                     register_attribute(module, "free_threaded", Py_NewRef(Py_True));
     return ok ? Py_None : nullptr;

@@ -98,6 +98,12 @@ PyObject* repr(PyObject* self) {
   });
 }
 
+constexpr char kBuildDoc[] =
+    "build($self)\n--\n\n"
+    "The Puzzle of this recipe, as Puzzle.from_recipe builds it.";
+
+PyObject* build(Instance<Recipe>& self, Arguments&) { return puzzle_from_recipe(self.value); }
+
 constexpr char kUnordered[] = "recipes are not ordered";
 
 PyMethodDef methods[] = {
@@ -106,6 +112,7 @@ PyMethodDef methods[] = {
     TV_METHOD(RecipeClass, "with_shell", kWithShellDoc, Access::Shared, (changed<&Recipe::shell, false>)),
     TV_METHOD(RecipeClass, "with_cuts", kWithCutsDoc, Access::Shared, (changed<&Recipe::cuts, false>)),
     TV_METHOD(RecipeClass, "adding_cuts", kAddingCutsDoc, Access::Shared, (changed<&Recipe::cuts, true>)),
+    TV_METHOD(RecipeClass, "build", kBuildDoc, Access::Shared, build),
     {nullptr, nullptr, 0, nullptr},
 };
 

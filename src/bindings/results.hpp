@@ -32,6 +32,7 @@ inline PyObject* to_python(std::int64_t value) { return PyLong_FromLongLong(valu
 inline PyObject* to_python(std::int32_t value) { return PyLong_FromLong(value); }
 inline PyObject* to_python(std::uint64_t value) { return PyLong_FromUnsignedLongLong(value); }
 inline PyObject* to_python(std::uint32_t value) { return PyLong_FromUnsignedLong(value); }
+inline PyObject* to_python(std::uint16_t value) { return PyLong_FromUnsignedLong(value); }
 inline PyObject* to_python(std::uint8_t value) { return PyLong_FromUnsignedLong(value); }
 inline PyObject* to_python(double value) { return PyFloat_FromDouble(value); }
 inline PyObject* to_python(std::string_view text) {

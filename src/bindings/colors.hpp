@@ -1,0 +1,37 @@
+// Colors at the Python boundary: a tuple of exactly four integers from 0 to 255, (r, g, b, a),
+// held inside as one word with r in the lowest byte.
+#pragma once
+
+#include "bindings/args.hpp"
+#include "render/framebuffer.hpp"
+
+namespace tv::py {
+
+struct ColorArgument {
+  render::Color word = 0;
+};
+
+template <>
+struct Converter<ColorArgument> {
+  static bool convert(PyObject* object, ColorArgument& out) {
+    if (!PyTuple_Check(object)) {
+      raise_mismatch(object, "tuple");
+      return false;
+    }
+    const Py_ssize_t size = PyTuple_GET_SIZE(object);
+    if (size != 4) {
+      PyErr_Format(PyExc_ValueError, "expected tuple of length 4, but got tuple of length %zd", size);
+      return false;
+    }
+    render::Color word = 0;
+    for (Py_ssize_t i = 0; i < 4; ++i) {
+      std::uint8_t byte;
+      if (!Converter<std::uint8_t>::convert(PyTuple_GET_ITEM(object, i), byte)) return false;
+      word |= render::Color{byte} << (8 * i);
+    }
+    out.word = word;
+    return true;
+  }
+};
+
+}  // namespace tv::py
