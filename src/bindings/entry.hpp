@@ -15,6 +15,8 @@
 // and its instances are Instance<Value>: the Python header, the access state and the value.
 #pragma once
 
+#include <cxxabi.h>
+
 #include <atomic>
 #include <new>
 #include <type_traits>
@@ -121,14 +123,33 @@ inline bool run_signal_handlers(void* saved_state) {
 // Runs long work with the interpreter released; it is retaken on every way out, also when an
 // internal failure unwinds through here. The work must not touch any Python object. Between
 // its rounds the work checks for interruption (interrupt.hpp), which runs the signal handlers.
+//
+// The retake is a plain call, never a destructor: an interpreter that is finalizing ends a
+// daemon thread inside PyEval_RestoreThread by unwinding its stack (pthread_exit), and that
+// unwind must reach CPython's frames through nothing declared noexcept. The normal retake
+// stays outside the try, so that such an unwind never lands in the handler.
 template <class Work>
-decltype(auto) released(Work&& work) {
-  struct Reattach {
-    PyThreadState* state;
-    ~Reattach() { PyEval_RestoreThread(state); }
-  } reattach{PyEval_SaveThread()};
-  InterruptScope interruptible(&run_signal_handlers, &reattach.state);
-  return std::forward<Work>(work)();
+auto released(Work&& work) {
+  PyThreadState* state = PyEval_SaveThread();
+  const auto run = [&] {
+    InterruptScope interruptible(&run_signal_handlers, &state);
+    try {
+      return std::forward<Work>(work)();
+    } catch (abi::__forced_unwind&) {
+      throw;  // the thread is ending inside a retake for signal handlers: nothing to retake
+    } catch (...) {
+      PyEval_RestoreThread(state);
+      throw;
+    }
+  };
+  if constexpr (std::is_void_v<decltype(run())>) {
+    run();
+    PyEval_RestoreThread(state);
+  } else {
+    auto result = run();
+    PyEval_RestoreThread(state);
+    return result;
+  }
 }
 
 template <class Class>
