@@ -16,6 +16,8 @@
 // instead of refining forever or refusing a non-zero divisor.
 #include "exact.hpp"
 
+#include "num/sturm.hpp"
+
 #include <algorithm>
 #include <exception>
 #include <mutex>
@@ -45,6 +47,12 @@ FieldLock::Writer::~Writer() {
 
 namespace {
 
+// The number of roots of a square-free p in [lo, hi].
+Result<std::uint64_t> roots_between(const QPoly& p, const Fraction& lo, const Fraction& hi) {
+  TV_TRY(SturmChain chain, SturmChain::of(p));
+  return chain.count(lo, hi);
+}
+
 std::vector<QPoly> reduction_table(const QPoly& min_poly) {
   const std::int64_t d = min_poly.degree();
   std::vector<QPoly> table;
@@ -61,8 +69,9 @@ std::vector<QPoly> reduction_table(const QPoly& min_poly) {
 
 }  // namespace
 
-NumberField::NumberField(QPoly min_poly, Fraction lo, Fraction hi, bool irreducible)
+NumberField::NumberField(QPoly min_poly, ZPoly integer_form, Fraction lo, Fraction hi, bool irreducible)
     : min_poly_(std::move(min_poly)),
+      integer_form_(std::move(integer_form)),
       reduction_(reduction_table(min_poly_)),
       irreducible_(irreducible),
       lo_(std::move(lo)),
@@ -71,11 +80,12 @@ NumberField::NumberField(QPoly min_poly, Fraction lo, Fraction hi, bool irreduci
 Result<FieldRef> NumberField::make(QPoly min_poly, Fraction lo, Fraction hi, bool irreducible) {
   const Failure no_single_root = other_failure("Interval must contain exactly one root");
   if (min_poly.degree() < 1 || lo > hi) return no_single_root;
-  TV_TRY(std::uint64_t roots, count_roots(min_poly, lo, hi));
-  if (roots != 1) return no_single_root;
+  TV_TRY(SturmChain chain, SturmChain::of(min_poly));
+  if (chain.count(lo, hi) != 1) return no_single_root;
   const bool linear = min_poly.degree() == 1;
   // The constructor is private, so make_shared cannot reach it.
-  FieldRef field(new NumberField(std::move(min_poly), std::move(lo), std::move(hi), irreducible || linear));
+  FieldRef field(new NumberField(std::move(min_poly), chain.integer_form(), std::move(lo), std::move(hi),
+                                 irreducible || linear));
   field->rebuild_power_bounds();
   return field;
 }
@@ -115,9 +125,9 @@ void NumberField::refine() const {
   // Evaluations run without the lock; the result is valid for the snapshot whatever other
   // writers do meanwhile, since each assignment below only ever names a bound of alpha.
   const Fraction m = midpoint(snapshot.lo, snapshot.hi);
-  const int sign_lo = eval(min_poly_, snapshot.lo).sign();
-  const bool root_at_hi = eval(min_poly_, snapshot.hi).is_zero();
-  const int sign_m = eval(min_poly_, m).sign();
+  const int sign_lo = sign_at(integer_form_, snapshot.lo);
+  const bool root_at_hi = sign_at(integer_form_, snapshot.hi) == 0;
+  const int sign_m = sign_at(integer_form_, m);
   {
     FieldLock::Writer writer(lock_);
     if (sign_lo == 0) {
@@ -155,6 +165,17 @@ std::string NumberField::text() const {
   return "Q(root of " + polynomial_text(min_poly_) + " in [" + bounds.lo.to_string() + "," + bounds.hi.to_string() + "])";
 }
 
+std::vector<std::shared_ptr<const FieldMerge>> NumberField::merges() const {
+  FieldLock::Reader reader(lock_);
+  return merges_;
+}
+
+void NumberField::remember_merge(std::shared_ptr<const FieldMerge> merge) const {
+  FieldLock::Writer writer(lock_);
+  std::erase_if(merges_, [](const auto& m) { return m->other.expired(); });
+  merges_.push_back(std::move(merge));
+}
+
 Result<bool> equals(const FieldRef& f, const FieldRef& g) {
   if (f == g) return true;
   if (!(f->min_poly() == g->min_poly())) return false;
@@ -162,7 +183,7 @@ Result<bool> equals(const FieldRef& f, const FieldRef& g) {
   const Fraction& lo = std::max(a.lo, b.lo);
   const Fraction& hi = std::min(a.hi, b.hi);
   if (lo > hi) return false;
-  TV_TRY(std::uint64_t roots, count_roots(f->min_poly(), lo, hi));
+  TV_TRY(std::uint64_t roots, roots_between(f->min_poly(), lo, hi));
   return roots == 1;
 }
 
@@ -177,7 +198,7 @@ Result<bool> vanishes_at_generator(const NumberField& field, const QPoly& p) {
   TV_TRY(QPoly g, gcd(field.min_poly(), p));
   if (g.degree() < 1) return false;
   const Interval bounds = field.interval();
-  TV_TRY(std::uint64_t roots, count_roots(g, bounds.lo, bounds.hi));
+  TV_TRY(std::uint64_t roots, roots_between(g, bounds.lo, bounds.hi));
   return roots > 0;
 }
 
@@ -287,7 +308,7 @@ Result<AlgebraicNumber> AlgebraicNumber::inverse() const {
     }
     if (field_->irreducible() || is_zero()) return range_failure("Division by zero: " + text());
     const Interval bounds = field_->interval();
-    TV_TRY(std::uint64_t roots, count_roots(bezout.gcd, bounds.lo, bounds.hi));
+    TV_TRY(std::uint64_t roots, roots_between(bezout.gcd, bounds.lo, bounds.hi));
     if (roots > 0) return range_failure("Division by zero: " + text());
     TV_TRY(modulus, div_exact(modulus, bezout.gcd));
   }

@@ -34,6 +34,7 @@
 #include <vector>
 
 #include "failure.hpp"
+#include "num/factoring.hpp"
 #include "num/fraction.hpp"
 #include "num/polynomial.hpp"
 
@@ -42,6 +43,19 @@ namespace tv {
 class NumberField;
 // Fields are shared by every number in them and die with the last one.
 using FieldRef = std::shared_ptr<const NumberField>;
+
+// How unify joined this field (generator alpha) with another field (generator beta): the
+// common field is this one, the other one, or a field made for the pair, and each image is
+// the polynomial in the common field's generator that names the old generator there (none:
+// the generator itself, or only rationals are renamed). Which field and which images come out
+// depends only on the two fields' polynomials and generators, so it is kept for the pair.
+struct FieldMerge {
+  enum class Into { first, second, made };
+  std::weak_ptr<const NumberField> other;  // beta's field; weak, so that no cycle of fields forms
+  Into into = Into::first;
+  FieldRef made;  // the field made for the pair, when `into` is `made`
+  std::optional<QPoly> alpha_image, beta_image;
+};
 
 // A closed rational interval.
 struct Interval {
@@ -102,20 +116,28 @@ class NumberField {
   // "Q(root of x² + -2 in [1,3/2])"; the interval part changes as it narrows.
   std::string text() const;
 
+  // Merges of this field (as the first of the pair) that unify has made, with fields that may
+  // have died since. A pure fact about two fields, so never invalidated; read and written
+  // under the field's lock, which is held across nothing else.
+  std::vector<std::shared_ptr<const FieldMerge>> merges() const;
+  void remember_merge(std::shared_ptr<const FieldMerge> merge) const;
+
   NumberField(const NumberField&) = delete;
   NumberField& operator=(const NumberField&) = delete;
 
  private:
-  NumberField(QPoly min_poly, Fraction lo, Fraction hi, bool irreducible);
+  NumberField(QPoly min_poly, ZPoly integer_form, Fraction lo, Fraction hi, bool irreducible);
   void rebuild_power_bounds() const;
 
   const QPoly min_poly_;
+  const ZPoly integer_form_;  // a positive multiple of min_poly, for signs at points
   const std::vector<QPoly> reduction_;
   const bool irreducible_;
 
   FieldLock lock_;
   mutable Fraction lo_, hi_;
   mutable std::vector<Fraction> lower_powers_, upper_powers_;
+  mutable std::vector<std::shared_ptr<const FieldMerge>> merges_;
 };
 
 // The process-wide field of the rationals: min_poly x - 1, interval [1, 1].

@@ -17,6 +17,7 @@
 
 #include "exact.hpp"
 #include "num/factoring.hpp"
+#include "num/sturm.hpp"
 
 namespace tv {
 namespace {
@@ -55,6 +56,27 @@ APoly constants_over(const FieldRef& field, const QPoly& p) {
   return APoly(std::move(c), field);
 }
 
+// q(S(y)) mod a(y) over a field, for a of degree at least 1 with a rational leading
+// coefficient: Horner's rule reduced at every step, so the degree stays below deg a however
+// large deg q is. The remainder is the one of the full composition.
+APoly compose_over_modulo(const FieldRef& field, const QPoly& q, const Substitution& s, const APoly& a) {
+  std::vector<AlgebraicNumber> terms;
+  for (const QPoly& c : s) terms.push_back(AlgebraicNumber::from_polynomial(field, c));
+  const APoly substitution(std::move(terms), field);
+  const APoly monic = a.divide_coefficients(a.leading()).value();  // a rational, not zero
+  const std::size_t n = static_cast<std::size_t>(a.degree());
+  APoly acc(field);
+  const auto& c = q.coefficients();
+  for (std::size_t k = c.size(); k-- > 0;) {
+    acc = acc * substitution + APoly::constant(AlgebraicNumber::constant(field, c[k]));
+    if (acc.degree() == static_cast<std::int64_t>(n)) {
+      const AlgebraicNumber lead = acc.leading();
+      acc = acc - (monic * APoly::monomial(lead, 0));
+    }
+  }
+  return acc;
+}
+
 // The Euclidean remainder sequence with every remainder made monic (one inverse each); the
 // last one is the gcd.
 Result<APoly> monic_gcd(APoly a, APoly b) {
@@ -81,19 +103,69 @@ struct Embedding {
   std::optional<AlgebraicNumber> beta;
 };
 
-// The smallest c = 1, 2, ... for which R = Res_y(m1(y), m2(x - c y)) is square-free, with R.
+// Sums of the k-th powers of the roots of p, for k = 0 .. n, by Newton's identities.
+std::vector<Fraction> power_sums(const QPoly& p, std::size_t n) {
+  const std::vector<Fraction> a = p.monic().value().coefficients();  // p is not zero
+  const std::size_t d = a.size() - 1;
+  std::vector<Fraction> sums{Fraction(static_cast<std::int64_t>(d))};
+  for (std::size_t k = 1; k <= n; ++k) {
+    Fraction s = k <= d ? Fraction(static_cast<std::int64_t>(k)) * a[d - k] : Fraction();
+    for (std::size_t i = 1; i <= std::min(k - 1, d); ++i) s.add_assign(a[d - i] * sums[k - i], false);
+    s.normalise();
+    sums.push_back(-s);
+  }
+  return sums;
+}
+
+// The monic polynomial of degree n whose roots have the power sums `sums` (entries 1 .. n).
+QPoly from_power_sums(const std::vector<Fraction>& sums, std::size_t n) {
+  std::vector<Fraction> r(n + 1);
+  r[n] = Fraction(1);
+  for (std::size_t k = 1; k <= n; ++k) {
+    Fraction s = sums[k];
+    for (std::size_t i = 1; i < k; ++i) s.add_assign(r[n - i] * sums[k - i], false);
+    s.normalise();
+    r[n - k] = -s * Fraction::of(Int(1), Int(static_cast<std::int64_t>(k)));
+  }
+  return QPoly(std::move(r));
+}
+
+// The monic polynomial whose roots are c alpha_i + beta_j over all roots of m1 and m2: the
+// resultant Res_y(m1(y), m2(x - c y)) up to a constant factor, which neither the square-free
+// test nor the factors see. Its power sums are sums of binomial terms in those of m1 and m2.
+QPoly composed_sum(const QPoly& m1, const QPoly& m2, const Fraction& c) {
+  const std::size_t n = static_cast<std::size_t>(m1.degree() * m2.degree());
+  const std::vector<Fraction> p = power_sums(m1, n), q = power_sums(m2, n);
+  std::vector<Fraction> c_powers{Fraction(1)};
+  for (std::size_t l = 1; l <= n; ++l) c_powers.push_back(c_powers.back() * c);
+  std::vector<Fraction> scaled(n + 1);  // c^l p_l
+  for (std::size_t l = 0; l <= n; ++l) scaled[l] = c_powers[l] * p[l];
+  std::vector<Fraction> sums(n + 1);
+  std::vector<Int> binomials{Int(1)};  // row k of Pascal's triangle
+  for (std::size_t k = 1; k <= n; ++k) {
+    std::vector<Int> row{Int(1)};
+    for (std::size_t l = 1; l < k; ++l) row.push_back(binomials[l - 1] + binomials[l]);
+    row.push_back(Int(1));
+    binomials = std::move(row);
+    Fraction s;
+    for (std::size_t l = 0; l <= k; ++l) s.add_assign(Fraction(binomials[l]) * scaled[l] * q[k - l], false);
+    s.normalise();
+    sums[k] = std::move(s);
+  }
+  return from_power_sums(sums, n);
+}
+
+// The smallest c = 1, 2, ... for which R, with roots c alpha_i + beta_j, is square-free, with R.
 struct PrimitiveElement {
   Fraction c;
   QPoly resultant;
 };
 
 Result<PrimitiveElement> primitive_element(const QPoly& m1, const QPoly& m2) {
-  const QXYPoly first = in_y(m1);
   for (std::int64_t c = 1;; ++c) {
-    const QXYPoly shifted({QPoly::monomial(Fraction(1), 1), rational(Fraction(-c))});  // x - c y
-    TV_TRY(QPoly r, resultant(first, compose(m2, shifted, rational)));
-    TV_TRY(QPoly g, gcd(r, r.derivative()));
-    if (g.degree() == 0) return PrimitiveElement{Fraction(c), std::move(r)};
+    QPoly r = composed_sum(m1, m2, Fraction(c));
+    TV_TRY(ZPoly square_free, zassenhaus::square_free_integer_part(r));
+    if (square_free.degree() == r.degree()) return PrimitiveElement{Fraction(c), std::move(r)};
   }
 }
 
@@ -101,15 +173,20 @@ Result<PrimitiveElement> primitive_element(const QPoly& m1, const QPoly& m2) {
 // interval from the two fields' intervals, refined until exactly one root of R is left.
 Result<FieldRef> field_of_sum(const NumberField& f1, const NumberField& f2, const PrimitiveElement& element) {
   TV_TRY(std::vector<QPoly> factors, factor(element.resultant));
+  std::vector<SturmChain> chains;
+  for (const QPoly& f : factors) {
+    TV_TRY(SturmChain chain, SturmChain::of(f));
+    chains.push_back(std::move(chain));
+  }
   while (true) {
     const Interval a = f1.interval(), b = f2.interval();
     const Fraction lo = element.c * a.lo + b.lo, hi = element.c * a.hi + b.hi;
     std::uint64_t total = 0;
     const QPoly* candidate = nullptr;
-    for (const QPoly& f : factors) {
-      TV_TRY(std::uint64_t roots, count_roots(f, lo, hi));
+    for (std::size_t i = 0; i < factors.size(); ++i) {
+      const std::uint64_t roots = chains[i].count(lo, hi);
       total += roots;
-      if (roots > 0) candidate = &f;
+      if (roots > 0) candidate = &factors[i];
     }
     if (total == 1) return NumberField::make(*candidate, lo, hi, true);
     f1.refine();
@@ -118,13 +195,8 @@ Result<FieldRef> field_of_sum(const NumberField& f1, const NumberField& f2, cons
 }
 
 // The images of both generators in one field, preferring a field that exists already.
-Result<Embedding> embed(const FieldRef& f1, const FieldRef& f2) {
-  TV_TRY(bool same, equals(f1, f2));
-  if (same) return Embedding{f1, std::nullopt, std::nullopt};
-  // A rational joins the other field as it is, unless that field is a ring to be repaired.
-  if (f2->degree() == 1 && f1->irreducible()) return Embedding{f1, std::nullopt, std::nullopt};
-  if (f1->degree() == 1 && f2->irreducible()) return Embedding{f2, std::nullopt, std::nullopt};
-
+Result<FieldMerge> merge_fields(const FieldRef& f1, const FieldRef& f2) {
+  using Into = FieldMerge::Into;
   const QPoly& m1 = f1->min_poly();
   const QPoly& m2 = f2->min_poly();
   TV_TRY(PrimitiveElement element, primitive_element(m1, m2));
@@ -133,16 +205,54 @@ Result<Embedding> embed(const FieldRef& f1, const FieldRef& f2) {
   const Fraction& c = element.c;
 
   TV_TRY(auto beta_in_f1, common_root(f1, m2, h, {x_times(c), rational(1)}));
-  if (beta_in_f1) return Embedding{f1, std::nullopt, std::move(*beta_in_f1)};
+  if (beta_in_f1) return FieldMerge{f2, Into::first, nullptr, std::nullopt, beta_in_f1->polynomial()};
   TV_TRY(auto alpha_in_f2, common_root(f2, m1, h, {x_times(1), rational(c)}));
-  if (alpha_in_f2) return Embedding{f2, std::move(*alpha_in_f2), std::nullopt};
+  if (alpha_in_f2) return FieldMerge{f2, Into::second, nullptr, alpha_in_f2->polynomial(), std::nullopt};
   // Both in G: alpha is the common root of m1(y) and m2(gamma - c y), and then beta is
   // gamma - c alpha, the one element of G that the common root of m2(y) and m1((gamma - y)/c)
   // would also give.
   TV_TRY(auto alpha_in_g, common_root(g, m1, m2, {x_times(1), rational(-c)}));
   if (!alpha_in_g) return other_failure("Could not represent alpha and beta (this shouldn't happen)");
   AlgebraicNumber beta_in_g = AlgebraicNumber::generator(g) - AlgebraicNumber::constant(g, c) * *alpha_in_g;
-  return Embedding{g, std::move(*alpha_in_g), std::move(beta_in_g)};
+  return FieldMerge{f2, Into::made, g, alpha_in_g->polynomial(), beta_in_g.polynomial()};
+}
+
+// The merge of f1 with f2 that f1 remembers: one made with f2 itself, or with a field equal to
+// f2 (the same generator, so the same images); nothing when there is none yet.
+Result<std::shared_ptr<const FieldMerge>> remembered_merge(const FieldRef& f1, const FieldRef& f2) {
+  const auto merges = f1->merges();
+  const auto same_object = [&](const auto& m) { return !m->other.owner_before(f2) && !f2.owner_before(m->other); };
+  for (const auto& m : merges)
+    if (same_object(m)) return m;
+  for (const auto& m : merges) {
+    const FieldRef other = m->other.lock();
+    if (!other || other->degree() != f2->degree()) continue;
+    TV_TRY(bool same, equals(other, f2));
+    if (same) return m;
+  }
+  return std::shared_ptr<const FieldMerge>();
+}
+
+// The common field of f1 and f2 with the images of both generators there.
+Result<Embedding> embed(const FieldRef& f1, const FieldRef& f2) {
+  TV_TRY(bool same, equals(f1, f2));
+  if (same) return Embedding{f1, std::nullopt, std::nullopt};
+  // A rational joins the other field as it is, unless that field is a ring to be repaired.
+  if (f2->degree() == 1 && f1->irreducible()) return Embedding{f1, std::nullopt, std::nullopt};
+  if (f1->degree() == 1 && f2->irreducible()) return Embedding{f2, std::nullopt, std::nullopt};
+
+  TV_TRY(std::shared_ptr<const FieldMerge> merge, remembered_merge(f1, f2));
+  if (!merge) {
+    TV_TRY(FieldMerge made, merge_fields(f1, f2));
+    merge = std::make_shared<const FieldMerge>(std::move(made));
+    f1->remember_merge(merge);
+  }
+  using Into = FieldMerge::Into;
+  const FieldRef& field = merge->into == Into::first ? f1 : merge->into == Into::second ? f2 : merge->made;
+  const auto image = [&](const std::optional<QPoly>& p) {
+    return p ? std::optional<AlgebraicNumber>(AlgebraicNumber::from_polynomial(field, *p)) : std::nullopt;
+  };
+  return Embedding{field, image(merge->alpha_image), image(merge->beta_image)};
 }
 
 // The number renamed into the common field: its polynomial at the generator's image, or, for
@@ -168,6 +278,19 @@ QXYPoly power_minus(const AlgebraicNumber& a, std::size_t k) {
   return QXYPoly(std::move(by_y));
 }
 
+
+// The remainder sequence of p(y) and q(S(y)) made monic, as monic_gcd gives it. When q(S(y))
+// has the higher degree its first remainder by p is all that the sequence uses of it, and that
+// remainder comes straight from Horner's rule modulo p.
+Result<APoly> first_remainder_then_gcd(const FieldRef& field, const QPoly& p, const QPoly& q, const Substitution& s) {
+  const APoly a = constants_over(field, p);
+  if (q.degree() <= p.degree() || p.degree() < 1) return monic_gcd(a, compose_over(field, q, s));
+  APoly r = compose_over_modulo(field, q, s, a);
+  if (r.is_zero()) return a;
+  TV_TRY(AlgebraicNumber inverse_lead, r.leading().inverse());
+  return monic_gcd(a, r.scale(inverse_lead));
+}
+
 }  // namespace
 
 Result<std::optional<AlgebraicNumber>> common_root(const FieldRef& field, const QPoly& p, const QPoly& q,
@@ -176,7 +299,7 @@ Result<std::optional<AlgebraicNumber>> common_root(const FieldRef& field, const 
   // leading coefficient can be zero by value without being zero by its coefficients; its
   // inverse then fails, and the sequence proves nothing. When every inverse exists, the
   // sequence maps onto the real gcd degree for degree.
-  auto gcd_over_field = monic_gcd(constants_over(field, p), compose_over(field, q, s));
+  auto gcd_over_field = first_remainder_then_gcd(field, p, q, s);
   if (!gcd_over_field.ok()) {
     const Failure& failure = gcd_over_field.failure();
     const bool zero_divisor = failure.kind == FailureKind::Range && failure.message.starts_with("Division by zero");
@@ -189,10 +312,34 @@ Result<std::optional<AlgebraicNumber>> common_root(const FieldRef& field, const 
   return std::optional<AlgebraicNumber>((g.coefficient(0) * inverse_lead).neg());
 }
 
+// A rational value written in `field`, which must be irreducible: a ring from `root` is left
+// to the merge, which repairs it.
+bool joins_as_rational(const AlgebraicNumber& x, const FieldRef& field) {
+  return x.degree() <= 0 && field->irreducible();
+}
+
+AlgebraicNumber as_rational_in(const AlgebraicNumber& x, const FieldRef& field) {
+  return x.is_zero() ? AlgebraicNumber::zero(field) : AlgebraicNumber::constant(field, x.coefficients()[0]);
+}
+
 Status unify(std::span<AlgebraicNumber> numbers) {
+  // Whether every number before i is a rational by its coefficients, however large its field.
+  bool rationals_so_far = true;
   for (std::size_t i = 1; i < numbers.size(); ++i) {
-    if (numbers[i].field() == numbers[i - 1].field()) continue;
-    TV_TRY(Embedding embedding, embed(numbers[i - 1].field(), numbers[i].field()));
+    rationals_so_far = rationals_so_far && numbers[i - 1].degree() <= 0;
+    const FieldRef common = numbers[i - 1].field();
+    if (numbers[i].field() == common) continue;
+    // A rational joins any field as a constant, and rationals join the next field the same way:
+    // no merge, so the result stays in the smaller field.
+    if (joins_as_rational(numbers[i], common)) {
+      numbers[i] = as_rational_in(numbers[i], common);
+      continue;
+    }
+    if (rationals_so_far && numbers[i].field()->irreducible()) {
+      for (std::size_t j = 0; j < i; ++j) numbers[j] = as_rational_in(numbers[j], numbers[i].field());
+      continue;
+    }
+    TV_TRY(Embedding embedding, embed(common, numbers[i].field()));
     for (std::size_t j = 0; j < i; ++j) numbers[j] = rename(numbers[j], embedding, embedding.alpha);
     numbers[i] = rename(numbers[i], embedding, embedding.beta);
   }
