@@ -245,7 +245,8 @@ def test_eight_threads_share_every_kind_of_object():
     calls = {
         "fraction": lambda: (half + half, half / tv.Fraction(3), -half, abs(-half), float(half), hash(half),
                              half < tv.Fraction(1), half.numerator, half.denominator),
-        "real": lambda: (repr(phi * phi - phi), (root2 + phi).sign(), float(phi), str(root2 / phi), phi == root2,
+        # A field's interval narrows while other threads refine it: compare the polynomial only.
+        "real": lambda: (repr(phi * phi - phi), (root2 + phi).sign(), float(phi), str(root2 / phi).split(" in Q(")[0], phi == root2,
                          root2 < phi, repr(root2.root(3)), abs(-root2) == root2, str(phi.field)),
         "real interval": lambda: phi.interval and None,
         "recipe": lambda: (str(recipe), repr(recipe), hash(recipe), recipe.shell, recipe.cuts, recipe.query,
