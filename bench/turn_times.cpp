@@ -9,12 +9,12 @@
 //   g++ -O2 -std=c++20 -ffp-contract=off -Isrc bench/turn_times.cpp \
 //       build/release/libtorvane_core.a -ltbb -lz -lgmp -o build/turn_times
 //
-// `build/turn_times cube` prints only the 3x3x3 figures (bench/bench_turns.py reads them).
+// `build/turn_times cube` prints only the 3x3x3 figures (bench/bench_turns.py reads them);
+// `build/turn_times NAME` times only the catalog rows whose name contains NAME.
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -116,14 +116,24 @@ double time_mid_animation_advance_us(const std::string& query) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  const std::string only = argc > 1 ? argv[1] : "";
   const std::string cube = "?shell=C$1&cut=C$1/3";
   const std::string megaminx = "?shell=D$1&cut=D$2/(sqrt(5)+1)";
+  if (!only.empty() && only != "cube") {
+    for (const tv::CatalogRow& row : tv::catalog_rows()) {
+      if (row.name.find(only) == std::string_view::npos) continue;
+      const TurnTimes t = time_turns(std::string(row.recipe), 20);
+      std::printf("%9.3f ms cold %9.3f ms warm %9.3f ms in play  %.*s\n", t.cold_ms, t.warm_ms, t.in_play_ms,
+                  int(row.name.size()), row.name.data());
+    }
+    return 0;
+  }
   const TurnTimes cube_times = time_turns(cube, 400);
   std::printf("3x3x3 turn: cold %.3f ms, warm %.4f ms, in play %.4f ms\n", cube_times.cold_ms, cube_times.warm_ms,
               cube_times.in_play_ms);
   std::printf("scramble(100) + settle: 3x3x3 %.2f ms, Megaminx %.2f ms\n", time_scramble(cube), time_scramble(megaminx));
   std::printf("mid-animation advance (3x3x3, 9 pieces): %.3f us\n", time_mid_animation_advance_us(cube));
-  if (argc > 1 && std::strcmp(argv[1], "cube") == 0) return 0;
+  if (only == "cube") return 0;
 
   struct Row {
     TurnTimes t;

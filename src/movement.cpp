@@ -58,77 +58,82 @@ Plane in_standard_sign(Plane plane) {
 }
 
 struct Candidate {
-  Plane plane;
-  std::string plane_key;
-  std::string normal_key;
+  const Plane* plane;  // in the set's cut memo, which only grows and never moves an entry
+  std::uint32_t plane_id;
+  std::uint32_t normal_id;
 };
 
-// One look at a piece set as it stands: each piece's orientation key is made once, and the
-// memos of the set are read and filled through it.
+std::uint64_t pair_key(std::uint32_t a, std::uint32_t b) { return (std::uint64_t{a} << 32) | b; }
+
+// One look at a piece set as it stands. Each piece's state (its index and orientation key) is
+// named once per scan by a small id; plane and normal keys were named when the piece's cut
+// planes were first met. The memos of the set are keyed by pairs of these ids, so a state seen
+// before costs integer lookups only.
 class Scan {
  public:
-  explicit Scan(PieceSet& set) : set_(set), orientation_keys_(set.pieces.size()) {}
+  explicit Scan(PieceSet& set) : set_(set), state_ids_(set.pieces.size()) {}
 
   // The rotated interior facet planes of every piece, once each, in first-seen order.
   Result<std::vector<Candidate>> candidates() {
-    InsertionOrderedMap<std::string, const Plane*> seen;
+    std::vector<Candidate> candidates;
+    std::vector<bool> seen;
     for (std::uint32_t i = 0; i < set_.pieces.size(); ++i) {
       TV_TRY(const auto* planes, cut_planes_of(i));
-      for (const auto& [plane, key] : *planes) {
-        auto& entry = seen[key];
-        if (!entry) entry = &plane;
+      for (const CutPlane& cut : *planes) {
+        if (cut.plane_id >= seen.size()) seen.resize(cut.plane_id + 1);
+        if (seen[cut.plane_id]) continue;
+        seen[cut.plane_id] = true;
+        candidates.push_back({&cut.plane, cut.plane_id, cut.normal_id});
       }
     }
-    std::vector<Candidate> candidates;
-    candidates.reserve(seen.size());
-    for (auto& [key, plane] : seen) candidates.push_back({*plane, key, normal_key(*plane)});
     return candidates;
   }
 
   // +1 (at or beyond the plane), -1 (behind it) or 0 (straddling it).
   Result<int> side(std::uint32_t i, const Candidate& candidate) {
-    const std::string suffix = '/' + std::to_string(i) + ',' + orientation_key_of(i);
-    const std::string side_key = candidate.plane_key + suffix;
+    const std::uint32_t state = state_id(i);
+    const std::uint64_t side_key = pair_key(candidate.plane_id, state);
     if (const auto hit = set_.side_memo.find(side_key); hit != set_.side_memo.end()) return hit->second;
-    TV_TRY(const auto extent, extent_of(i, candidate, candidate.normal_key + suffix));
-    const AlgebraicNumber t = -candidate.plane.d;
+    TV_TRY(const auto extent, extent_of(i, candidate, pair_key(candidate.normal_id, state)));
+    const AlgebraicNumber t = -candidate.plane->d;
     int side = +1;
     if ((t - extent.first).sign() > 0) side = (t - extent.second).sign() < 0 ? 0 : -1;
-    set_.side_memo.emplace(side_key, side);
+    set_.side_memo.emplace(side_key, static_cast<std::int8_t>(side));
     return side;
   }
 
  private:
-  const std::string& orientation_key_of(std::uint32_t i) {
-    auto& key = orientation_keys_[i];
-    if (!key) key = orientation_key(set_.pieces[i].orientation);
-    return *key;
+  std::uint32_t state_id(std::uint32_t i) {
+    auto& id = state_ids_[i];
+    if (!id) id = set_.key_id(std::to_string(i) + '/' + orientation_key(set_.pieces[i].orientation));
+    return *id;
   }
 
   // The planes of the piece's interior facets as the piece now stands, in standard sign.
-  Result<const std::vector<std::pair<Plane, std::string>>*> cut_planes_of(std::uint32_t i) {
-    const std::string key = std::to_string(i) + ',' + orientation_key_of(i);
-    if (const auto hit = set_.cut_memo.find(key); hit != set_.cut_memo.end()) return &hit->second;
+  Result<const std::vector<CutPlane>*> cut_planes_of(std::uint32_t i) {
+    const std::uint32_t state = state_id(i);
+    if (const auto hit = set_.cut_memo.find(state); hit != set_.cut_memo.end()) return &hit->second;
     const Piece& piece = set_.pieces[i];
-    std::vector<std::pair<Plane, std::string>> planes;
+    std::vector<CutPlane> planes;
     for (const Facet& facet : piece.facets) {
       if (!facet.interior) continue;
       TV_TRY(Plane rotated, rotated_plane(piece.orientation, facet.plane));
       rotated = in_standard_sign(std::move(rotated));
-      std::string text = plane_key(rotated);
-      planes.emplace_back(std::move(rotated), std::move(text));
+      const std::uint32_t plane_id = set_.key_id(plane_key(rotated));
+      const std::uint32_t normal_id = set_.key_id(normal_key(rotated));
+      planes.push_back({std::move(rotated), plane_id, normal_id});
     }
-    return &set_.cut_memo.emplace(key, std::move(planes)).first->second;
+    return &set_.cut_memo.emplace(state, std::move(planes)).first->second;
   }
 
   // The lowest and highest of n . v over the piece's vertices, n the normal carried back
   // into the piece's own frame.
   Result<std::pair<AlgebraicNumber, AlgebraicNumber>> extent_of(std::uint32_t i, const Candidate& candidate,
-                                                                const std::string& key) {
+                                                                std::uint64_t key) {
     if (const auto hit = set_.extent_memo.find(key); hit != set_.extent_memo.end()) return hit->second;
     const Piece& piece = set_.pieces[i];
     TV_ENSURE(!piece.vertices.empty(), "a piece always has at least one vertex");
-    TV_TRY(const Vector3 n, rotate(conjugate(piece.orientation), normal_of(candidate.plane)));
+    TV_TRY(const Vector3 n, rotate(conjugate(piece.orientation), normal_of(*candidate.plane)));
     AlgebraicNumber lowest = dot(n, {piece.vertices[0].x, piece.vertices[0].y, piece.vertices[0].z});
     AlgebraicNumber highest = lowest;
     for (std::size_t k = 1; k < piece.vertices.size(); ++k) {
@@ -145,7 +150,7 @@ class Scan {
   }
 
   PieceSet& set_;
-  std::vector<std::optional<std::string>> orientation_keys_;
+  std::vector<std::optional<std::uint32_t>> state_ids_;
 };
 
 // The candidates that no piece of `subset` straddles, with the subset sorted onto their sides.
@@ -153,7 +158,7 @@ Result<std::vector<GripLayer>> sort_onto_sides(Scan& scan, const std::vector<Can
                                                const std::vector<std::uint32_t>& subset, bool both_sides) {
   std::vector<GripLayer> layers;
   for (const Candidate& candidate : candidates) {
-    GripLayer layer{candidate.plane, {}, {}};
+    GripLayer layer{*candidate.plane, {}, {}};
     bool straddled = false;
     for (const std::uint32_t i : subset) {
       TV_TRY(const int side, scan.side(i, candidate));

@@ -71,17 +71,38 @@ struct Piece {
   bool is_empty() const { return vertices.empty() && facets.empty(); }
 };
 
+// A cut plane of a piece as the piece stands, in standard sign, with the ids of its plane and
+// normal keys.
+struct CutPlane {
+  Plane plane;
+  std::uint32_t plane_id;
+  std::uint32_t normal_id;
+};
+
 // The geometry a simulator holds: the pieces, whose indices are their identities, and memos of
-// pure facts about a piece in an orientation, which are never invalidated.
+// pure facts about a piece in an orientation, which are never invalidated. The memos are keyed
+// by small ids of exact text keys (a plane, a normal, a piece with its orientation), handed
+// out in first-seen order; equal text means equal value, so equal ids do too.
 struct PieceSet {
   std::vector<Piece> pieces;
-  std::unordered_map<std::string, std::pair<AlgebraicNumber, AlgebraicNumber>> extent_memo;
-  std::unordered_map<std::string, int> side_memo;
-  // (piece index, orientation key) -> the planes of its interior facets as it stands, in
-  // standard sign, with their keys.
-  std::unordered_map<std::string, std::vector<std::pair<Plane, std::string>>> cut_memo;
+  std::unordered_map<std::string, std::uint32_t> key_ids;
+  // (normal id, state id) -> the lowest and highest of n . v over the piece's own vertices.
+  std::unordered_map<std::uint64_t, std::pair<AlgebraicNumber, AlgebraicNumber>> extent_memo;
+  // (plane id, state id) -> the piece's side of the plane: +1, -1, or 0 when it straddles.
+  std::unordered_map<std::uint64_t, std::int8_t> side_memo;
+  // state id -> the piece's cut planes as it stands.
+  std::unordered_map<std::uint32_t, std::vector<CutPlane>> cut_memo;
   // x, y, z, w; composed in front of every piece's float orientation.
   std::array<double, 4> base_rotation{0.0, 0.0, 0.0, 1.0};
+
+  // The id of a text key, new ones numbered in first-seen order.
+  std::uint32_t key_id(std::string key) {
+    return key_ids.emplace(std::move(key), static_cast<std::uint32_t>(key_ids.size())).first->second;
+  }
+  // Forgets every memo (for checking that they change nothing).
+  void clear_memos() {
+    key_ids.clear(), extent_memo.clear(), side_memo.clear(), cut_memo.clear();
+  }
 };
 
 // The axis-aligned cube spanning -h to h on each axis. Corner k has x positive when bit 0 of k

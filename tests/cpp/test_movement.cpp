@@ -321,7 +321,7 @@ TEST(Turning, JumblingPuzzlesLockExactlyWhereAPieceStraddles) {
       ASSERT_TRUE(sim.turn(g, TurnChoice::stop(static_cast<std::int64_t>(random() % stops))).ok());
       EXPECT_EQ(derived(sim.pieces()), brute_force_grips(sim.pieces())) << query << " move " << move;
       PieceSet fresh = sim.pieces();
-      fresh.side_memo.clear(), fresh.extent_memo.clear(), fresh.cut_memo.clear();
+      fresh.clear_memos();
       EXPECT_EQ(derived(fresh), derived(sim.pieces()));
     }
     EXPECT_TRUE(*sim.restore());
