@@ -464,27 +464,33 @@ std::string joined(const std::vector<std::string>& names) {
   return text;
 }
 
+// "{before}{token}{after}" as a parse failure.
+Failure token_failure(const char* before, std::string_view token, const std::string& after) {
+  std::string message = before;
+  message += token;
+  message += after;
+  return parse_failure(std::move(message));
+}
+
 Result<Move> parse_move(const std::vector<std::string>& names, std::string_view token) {
   const bool inverse = !token.empty() && token.back() == '\'';
   const std::string_view stem = inverse ? token.substr(0, token.size() - 1) : token;
   if (const auto k = name_index(names, stem)) return Move{2 * *k + inverse, 1};
-  const auto not_a_move = [&] {
-    return parse_failure("'" + std::string(token) + "' is not a move of this puzzle. Its grips are " + joined(names));
-  };
+  const auto is_digit = [](char c) { return c >= '0' && c <= '9'; };
   std::size_t digits = 0;
-  while (digits < stem.size() && stem[stem.size() - 1 - digits] >= '0' && stem[stem.size() - 1 - digits] <= '9') ++digits;
+  while (digits < stem.size() && is_digit(stem[stem.size() - 1 - digits])) ++digits;
   for (std::size_t length = 1; length <= digits; ++length) {
     const auto k = name_index(names, stem.substr(0, stem.size() - length));
     if (!k) continue;
     std::uint64_t count = 0;
     for (const char digit : stem.substr(stem.size() - length)) {
       count = count * 10 + static_cast<std::uint64_t>(digit - '0');
-      if (count > 0xFFFFFFFFull) return parse_failure("move '" + std::string(token) + "' has an unreadable repeat count");
+      if (count > 0xFFFFFFFFull) return token_failure("move '", token, "' has an unreadable repeat count");
     }
-    if (count == 0) return parse_failure("move '" + std::string(token) + "' repeats zero times");
+    if (count == 0) return token_failure("move '", token, "' repeats zero times");
     return Move{2 * *k + inverse, static_cast<std::uint32_t>(count)};
   }
-  return not_a_move();
+  return token_failure("'", token, "' is not a move of this puzzle. Its grips are " + joined(names));
 }
 
 }  // namespace
