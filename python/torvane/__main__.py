@@ -72,6 +72,23 @@ def show_recipes() -> None:
               f"{plural(len(recipe.cuts), 'cut shape')})")
 
 
+def show_puzzles() -> None:
+    cube = tv.Puzzle("Rubik's Cube (3x3x3)", seed=2026, scramble=20)
+    print(f"Puzzles: {cube!r} with {cube.sticker_count} stickers in {cube.color_count} colors; "
+          f"moves {' '.join(cube.actions)}")
+    runs = [cube.stickers()[k:k + 9] for k in range(0, cube.sticker_count, 9)]
+    print("  20 random moves from seed 2026; the color in each slot, nine slots a group:")
+    print("    " + "  ".join("".join(map(str, run)) for run in runs))
+    print(f"  solved? {cube.is_solved}; after restore(), which undoes every turn exactly: {cube.restore() and cube.is_solved}")
+    made = cube.apply("A B2' C")
+    print(f"  apply(\"A B2' C\") made {made} turns; the state as a permutation starts {cube.sticker_ids()[:8]}")
+    mega = tv.Puzzle.named("Megaminx")
+    print(f"  Megaminx: {mega.piece_count} pieces, {mega.grip_count} grips, stops of a face at "
+          f"{', '.join(f'{a:.0f}' for a in mega.stops(0))} degrees, every coordinate in Q(sqrt(5))")
+    for name in ["Skewb", "Helicopter Cube"]:
+        print(f"  does the {name} jumble (leave its own lattice)? {tv.jumbles(name)}")
+
+
 def write_caption_image(path: str) -> str:
     image = tv.Image(160, 48, (24, 26, 32, 255))
     image.fill_rect(4, 4, 152, 40, (0, 81, 186, 255))
@@ -95,6 +112,8 @@ def main() -> None:
     show_factoring()
     print()
     show_recipes()
+    print()
+    show_puzzles()
     print()
     print(f"A captioned picture drawn with the built-in font, written to {write_caption_image(args.out)}")
 
