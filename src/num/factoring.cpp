@@ -7,6 +7,8 @@
 #include <optional>
 #include <span>
 
+#include <gmpxx.h>
+
 namespace tv {
 namespace zassenhaus {
 namespace {
@@ -161,6 +163,91 @@ struct Scratch {
   Scratch& operator=(const Scratch&) = delete;
   ~Scratch() { mpz_clear(v); }
 };
+
+// Integer polynomials as GMP integers, lowest degree first and not trimmed, for Hensel lifting:
+// its products are formed with multiply-accumulate into integers that keep their storage.
+using BigPoly = std::vector<mpz_class>;
+
+BigPoly big_poly(const ZPoly& a) {
+  BigPoly out(a.coefficients().size());
+  for (std::size_t i = 0; i < out.size(); ++i) a.coefficients()[i].get_mpz(out[i].get_mpz_t());
+  return out;
+}
+
+ZPoly z_poly(const BigPoly& a) {
+  std::vector<Int> c;
+  c.reserve(a.size());
+  for (const mpz_class& x : a) c.push_back(Int::from_mpz(x.get_mpz_t()));
+  return ZPoly(std::move(c));
+}
+
+// Drops zero coefficients at the top, so that sizes follow degrees.
+void trim(BigPoly& a) {
+  while (!a.empty() && sgn(a.back()) == 0) a.pop_back();
+}
+
+// out += a b, out growing as needed.
+void multiply_add(const BigPoly& a, const BigPoly& b, BigPoly& out) {
+  if (a.empty() || b.empty()) return;
+  if (out.size() < a.size() + b.size() - 1) out.resize(a.size() + b.size() - 1);
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    if (sgn(a[i]) == 0) continue;
+    for (std::size_t j = 0; j < b.size(); ++j) mpz_addmul(out[i + j].get_mpz_t(), a[i].get_mpz_t(), b[j].get_mpz_t());
+  }
+  trim(out);
+}
+
+void multiply(const BigPoly& a, const BigPoly& b, BigPoly& out) {
+  out.resize(a.empty() || b.empty() ? 0 : a.size() + b.size() - 1);
+  for (mpz_class& x : out) x = 0;
+  multiply_add(a, b, out);
+}
+
+// out = (a - b) / m, exactly; a and b agree mod m.
+void subtract_and_divide(const BigPoly& a, const BigPoly& b, const mpz_class& m, BigPoly& out) {
+  out.resize(std::max(a.size(), b.size()));
+  for (std::size_t i = 0; i < out.size(); ++i) {
+    if (i < a.size() && i < b.size())
+      mpz_sub(out[i].get_mpz_t(), a[i].get_mpz_t(), b[i].get_mpz_t());
+    else if (i < a.size())
+      out[i] = a[i];
+    else
+      mpz_neg(out[i].get_mpz_t(), b[i].get_mpz_t());
+    mpz_divexact(out[i].get_mpz_t(), out[i].get_mpz_t(), m.get_mpz_t());
+  }
+  trim(out);
+}
+
+void reduce_mod(BigPoly& a, const mpz_class& m) {
+  for (mpz_class& x : a) mpz_fdiv_r(x.get_mpz_t(), x.get_mpz_t(), m.get_mpz_t());
+  trim(a);
+}
+
+// a += m b.
+void add_scaled(BigPoly& a, const BigPoly& b, const mpz_class& m) {
+  if (a.size() < b.size()) a.resize(b.size());
+  for (std::size_t i = 0; i < b.size(); ++i) mpz_addmul(a[i].get_mpz_t(), b[i].get_mpz_t(), m.get_mpz_t());
+  trim(a);
+}
+
+// q and r in [0, m) with a = q g + r mod m and deg r < deg g, for g monic mod m (its top
+// coefficient is 1 read mod m, and is taken as 1). The working coefficients are reduced only
+// where they are read.
+void divide_monic_mod(BigPoly a, const BigPoly& g, const mpz_class& m, BigPoly& q, BigPoly& r) {
+  std::size_t dg = g.size() - 1;
+  while (dg > 0 && sgn(g[dg]) == 0) --dg;
+  q.assign(a.size() > dg ? a.size() - dg : 0, mpz_class(0));
+  for (std::size_t k = a.size(); k-- > dg;) {
+    mpz_fdiv_r(a[k].get_mpz_t(), a[k].get_mpz_t(), m.get_mpz_t());
+    if (sgn(a[k]) == 0) continue;
+    for (std::size_t j = 0; j < dg; ++j) mpz_submul(a[k - dg + j].get_mpz_t(), a[k].get_mpz_t(), g[j].get_mpz_t());
+    q[k - dg] = a[k];
+  }
+  trim(q);
+  a.resize(std::min(a.size(), dg));
+  reduce_mod(a, m);
+  r = std::move(a);
+}
 
 // distinct_degree and equal_degree on machine words, for a small prime p: the same steps, and
 // the same random draws, as on ModPoly.
@@ -644,23 +731,47 @@ Result<std::vector<ModPoly>> hensel_lift(const ZPoly& f, const std::vector<ModPo
 Result<std::pair<ZPoly, ZPoly>> lift_pair(const ZPoly& f, const ModPoly& g, const ModPoly& h, const Int& p,
                                           std::uint32_t k) {
   TV_TRY(auto st, bezout(g, h));
-  ZPoly G = residues(g), H = residues(h), S = residues(st.first), T = residues(st.second);
-  const Int target = p.pow(k);
-  // Each step takes f = G H and S G + T H = 1 from mod m to mod m^2.
-  for (Int m = p; compare(m, target) < 0; m = m * m) {
+  const BigPoly F = big_poly(f);
+  BigPoly G = big_poly(residues(g)), H = big_poly(residues(h)), S = big_poly(residues(st.first)),
+          T = big_poly(residues(st.second));
+  mpz_class big_p;
+  p.get_mpz(big_p.get_mpz_t());
+  // The exponents run up to k by doubling, each the ceiling of half the next, so that the last
+  // step ends at p^k and not beyond it.
+  std::vector<std::uint32_t> exponents{k};
+  while (exponents.back() > 1) exponents.push_back((exponents.back() + 1) / 2);
+  BigPoly product, e, w, q, r, next;
+  mpz_class m = big_p;  // f = G H and S G + T H = 1 hold mod m
+  for (std::size_t step = exponents.size() - 1; step-- > 0;) {
     TV_CHECK(check_interrupt());
-    TV_TRY(ZPoly e, (f - G * H).divide_coefficients(m));
-    TV_TRY(auto qr, divrem(reduce(T * e, m), reduce(G, m)));
-    G += residues(qr.remainder).scale(m);
-    H += residues(reduce(S * e + residues(qr.quotient) * H, m)).scale(m);
-    // The last step needs no new S and T.
-    if (compare(m * m, target) >= 0) break;
-    TV_TRY(ZPoly w, (ZPoly::constant(Int(1)) - S * G - T * H).divide_coefficients(m));
-    TV_TRY(auto qr2, divrem(reduce(T * w, m), reduce(G, m)));
-    S += residues(reduce(S * w + residues(qr2.quotient) * H, m)).scale(m);
-    T += residues(qr2.remainder).scale(m);
+    // The next modulus is m times `gain`, which divides m.
+    mpz_class gain;
+    mpz_pow_ui(gain.get_mpz_t(), big_p.get_mpz_t(), exponents[step] - exponents[step + 1]);
+    // e = (f - G H) / m; then G + m r and H + m (S e + q H) with T e = q G + r, all mod gain.
+    multiply(G, H, product);
+    subtract_and_divide(F, product, m, e);
+    multiply(T, e, product);
+    divide_monic_mod(product, G, gain, q, r);
+    multiply(S, e, product);
+    multiply_add(q, H, product);
+    reduce_mod(product, gain);
+    add_scaled(G, r, m);
+    add_scaled(H, product, m);
+    if (step == 0) break;  // the last step needs no new S and T
+    // w = (1 - S G - T H) / m; then S + m (S w + q2 H) and T + m r2 with T w = q2 G + r2.
+    multiply(S, G, product);
+    multiply_add(T, H, product);
+    subtract_and_divide(BigPoly{mpz_class(1)}, product, m, w);
+    multiply(T, w, product);
+    divide_monic_mod(product, G, gain, q, r);
+    multiply(S, w, next);
+    multiply_add(q, H, next);
+    reduce_mod(next, gain);
+    add_scaled(S, next, m);
+    add_scaled(T, r, m);
+    m *= gain;
   }
-  return std::pair{residues(reduce(G, target)), residues(reduce(H, target))};
+  return std::pair{z_poly(G), z_poly(H)};
 }
 
 Result<std::vector<ZPoly>> combine_factors(const ZPoly& f, const std::vector<ModPoly>& lifted, const Int& m,
