@@ -306,8 +306,13 @@ Result<std::vector<WordPoly>> equal_degree_on_words(const WordPoly& f, std::int6
 //      mod 2^64, to within W = ceil(T 2^64 / m) above zero and W plus the subset's size below
 //      (each word rounds down by less than one).
 //   3. Constant term: L times the subset's constant terms mod m divides L cur(0).
-//   4. Values at 1 and -1: the candidate's values divide L cur(1) and L cur(-1).
-//   5. Trial division of L cur by the candidate over the integers.
+//   4. Value at 2: L times the product of the subset's values at 2 mod m is at most
+//      |L| (2 + rho)^d in size, and divides L cur(2). Factors of x^n - 1 need this: modulo a
+//      prime their traces and constant terms are often exact small integers (0 and 1), so the
+//      tests above let many subsets through.
+//   5. The candidate: its coefficients are at most |L| (1 + rho)^d in size, and its values at
+//      1 and -1 divide L cur(1) and L cur(-1).
+//   6. Trial division of L cur by the candidate over the integers.
 class Recombination {
  public:
   Recombination(const ZPoly& f, const std::vector<ModPoly>& lifted, const Int& m, std::vector<bool> allowed)
@@ -322,6 +327,14 @@ class Recombination {
       degree_[i] = lifted[i].degree();
       second_[i] = c[c.size() - 2].value();
       active_.push_back(i);
+    }
+    values_at_two_ = std::vector<Scratch>(lifted.size());
+    for (std::size_t i = 0; i < lifted.size(); ++i) {
+      for (std::size_t k = lifted_[i].size(); k-- > 0;) {
+        mpz_mul_2exp(values_at_two_[i].v, values_at_two_[i].v, 1);
+        mpz_add(values_at_two_[i].v, values_at_two_[i].v, lifted_[i][k].v);
+        mpz_mod(values_at_two_[i].v, values_at_two_[i].v, modulus_.v);
+      }
     }
     root_bound_ = root_bound(f);
     if (allowed_.size() != static_cast<std::size_t>(f.degree()) + 1)
@@ -365,14 +378,16 @@ class Recombination {
     const std::int64_t rest = current_.degree() - degree;
     if (rest < 1 || !allowed_[static_cast<std::size_t>(degree)] || !allowed_[static_cast<std::size_t>(rest)])
       return false;
-    if (!trace_fits(trace, degree) || !constant_term_divides()) return false;
+    if (!trace_fits(trace, degree) || !constant_term_divides() || !value_at_two_fits(degree)) return false;
     ZPoly g = candidate();
-    if (!divides(eval(g, 1), wanted_at_one_) || !divides(eval(g, -1), wanted_at_minus_one_)) return false;
-    if (!exact_quotient(current_.scale(current_.leading()), g)) return false;
-    TV_TRY(g, g.divide_coefficients(content(g)));
-    auto rest_of_f = exact_quotient(current_, g);
-    TV_ENSURE(rest_of_f.has_value(), "a primitive factor of L f does not divide f");
-    current_ = std::move(*rest_of_f);
+    if (!coefficients_fit(g) || !divides(eval(g, 1), wanted_at_one_) || !divides(eval(g, -1), wanted_at_minus_one_))
+      return false;
+    // L cur = q g and g = c h with h primitive, so cur = (q c / L) h.
+    auto quotient = exact_quotient(current_.scale(current_.leading()), g);
+    if (!quotient) return false;
+    const Int c = content(g);
+    TV_TRY(g, g.divide_coefficients(c));
+    TV_TRY(current_, quotient->scale(c).divide_coefficients(current_.leading()));
     found_.push_back(std::move(g));
     std::erase_if(active_, [&](std::size_t i) { return std::find(chosen_.begin(), chosen_.end(), i) != chosen_.end(); });
     chosen_.clear();
@@ -386,6 +401,44 @@ class Recombination {
     const auto signed_trace = static_cast<std::int64_t>(trace);
     return signed_trace <= static_cast<std::int64_t>(window) &&
            signed_trace >= -static_cast<std::int64_t>(window + chosen_.size());
+  }
+
+  // |L| (a + rho)^d, the bound on the values at a and on the coefficients (a = 1) of a true
+  // factor of degree d, into `bound`; false when it is no use, reaching m / 2.
+  bool factor_bound(std::uint64_t a, std::int64_t degree, mpz_t bound) {
+    (root_bound_ + Int(static_cast<std::int64_t>(a))).get_mpz(bound);
+    mpz_pow_ui(bound, bound, static_cast<unsigned long>(degree));
+    mpz_mul(bound, bound, absolute_lead_.v);
+    mpz_mul_2exp(twice_.v, bound, 1);
+    return mpz_cmp(twice_.v, modulus_.v) < 0;
+  }
+
+  // The value at 2 of a true factor (L / lc(h)) h is |L| times the product of |2 - root|, at
+  // most |L| (2 + rho)^d, and it divides L cur(2). It is L times the product of the subset's
+  // values at 2, mod m.
+  bool value_at_two_fits(std::int64_t degree) {
+    mpz_t& v = constant_.v;
+    mpz_set(v, lead_.v);
+    for (std::size_t j : chosen_) {
+      mpz_mul(v, v, values_at_two_[j].v);
+      mpz_mod(v, v, modulus_.v);
+    }
+    to_symmetric(v);
+    if (!factor_bound(2, degree, bound_.v)) return true;
+    if (mpz_cmpabs(v, bound_.v) > 0) return false;
+    return mpz_sgn(v) == 0 ? mpz_sgn(wanted_at_two_.v) == 0 : mpz_divisible_p(wanted_at_two_.v, v) != 0;
+  }
+
+  // Every coefficient of a true factor of degree d is |L| times an elementary symmetric function
+  // of d roots, at most |L| (1 + rho)^d.
+  bool coefficients_fit(const ZPoly& g) {
+    if (!factor_bound(1, g.degree(), bound_.v)) return true;
+    Scratch c;
+    for (const Int& x : g.coefficients()) {
+      x.get_mpz(c.v);
+      if (mpz_cmpabs(c.v, bound_.v) > 0) return false;
+    }
+    return true;
   }
 
   // Whether the symmetric residue of L times the subset's constant terms divides L cur(0).
@@ -435,6 +488,8 @@ class Recombination {
     lead.get_mpz(lead_.v);
     mpz_mod(lead_.v, lead_.v, modulus_.v);
     (lead * current_.coefficient(0)).get_mpz(wanted_.v);
+    (lead * eval(current_, 2)).get_mpz(wanted_at_two_.v);
+    lead.abs().get_mpz(absolute_lead_.v);
     wanted_at_one_ = lead * eval(current_, 1);
     wanted_at_minus_one_ = lead * eval(current_, -1);
     // The words of L a_i mod m, and the windows W for every degree.
@@ -499,7 +554,9 @@ class Recombination {
   Scratch lead_, wanted_;  // L mod m and L cur(0)
   Int wanted_at_one_, wanted_at_minus_one_;  // L cur(1) and L cur(-1)
   std::vector<Scratch> product_, next_;  // a candidate's coefficients, as it is multiplied out
-  Scratch constant_, twice_;
+  Scratch constant_, twice_, bound_;
+  Scratch wanted_at_two_, absolute_lead_;  // L cur(2) and |L|
+  std::vector<Scratch> values_at_two_;      // each lifted factor's value at 2, mod m
 };
 }  // namespace
 
