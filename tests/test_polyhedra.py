@@ -1,7 +1,3 @@
-import inspect
-
-import pytest
-
 import torvane as tv
 
 CODES = ["T", "C", "O", "D", "I", "kT", "jC", "kC", "kO", "oC", "gC", "jD", "mC", "kD", "kI", "oD", "mD",
@@ -24,16 +20,3 @@ def test_polyhedra_returns_a_fresh_list_each_call():
     first = tv.polyhedra()
     first.clear()
     assert len(tv.polyhedra()) == 38
-
-
-def test_polyhedra_takes_no_arguments_and_documents_itself():
-    assert str(inspect.signature(tv.polyhedra)) == "()"
-    assert "(code, name)" in tv.polyhedra.__doc__
-    with pytest.raises(TypeError):
-        tv.polyhedra(1)
-
-
-def test_every_code_is_a_valid_shape_name():
-    for code, _ in tv.polyhedra():
-        assert tv.Shape.polyhedron(code).name == code
-        assert str(tv.Shape.parse(f"{code}$1/2")) == f"{code}$1/2"
