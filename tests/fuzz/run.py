@@ -21,7 +21,7 @@ import time
 
 HERE = pathlib.Path(__file__).resolve().parent
 ROOT = HERE.parent.parent
-TARGETS = ["expressions", "recipes", "named", "factor", "image"]
+TARGETS = ["expressions", "recipes", "named", "factor", "image", "moves"]
 
 
 def test_strings() -> list[str]:
@@ -37,6 +37,8 @@ def test_strings() -> list[str]:
 def seeds(target: str) -> list[bytes]:
     import torvane as tv
     catalog = tv.catalog()
+    if target == "moves":
+        return [t.encode() for t in ["A B2' A'", "A", "F2 E' D3", "A\u00a0B", "A B C D E F", "A'2", ""]]
     if target == "named":
         return [row[0].encode() for row in catalog]
     if target == "recipes":
