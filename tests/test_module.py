@@ -240,6 +240,7 @@ def test_eight_threads_share_every_kind_of_object():
     half, root2 = tv.Fraction(1, 2), tv.evaluate("sqrt(2)")
     phi = tv.evaluate("(1+sqrt(5))/2")
     recipe, shape = tv.Recipe.named("Megaminx"), tv.Shape.parse("1,0,0$-1/2")
+    puzzle = tv.Puzzle("?shell=C$1&cut=C$1/3")
     background = (10, 20, 30, 255)
     image, other = tv.Image(96, 64, background), tv.Image(32, 32, background)
     calls = {
@@ -252,6 +253,8 @@ def test_eight_threads_share_every_kind_of_object():
         "recipe": lambda: (str(recipe), repr(recipe), hash(recipe), recipe.shell, recipe.cuts, recipe.query,
                            str(recipe.with_cuts([shape])), str(recipe.adding_cuts([shape])), recipe == recipe),
         "shape": lambda: (str(shape), shape.kind, shape.coefficients, str(shape.offset()), hash(shape)),
+        "puzzle": lambda: (puzzle.stickers(), puzzle.sticker_ids(), puzzle.action_permutations(), puzzle.grip_names,
+                           puzzle.palette, puzzle.piece_count, puzzle.is_solved, puzzle.query),
         # The writes put back what is there, so every read sees the same pixels.
         "image writes": lambda: (image.fill(background), image.fill_rect(3, 4, 50, 9, background),
                                  image.set_pixel(5, 5, background), image.blit(other, 7, 9, mode="over")) and None,
