@@ -3,6 +3,7 @@
 #include "interrupt.hpp"
 
 #include <algorithm>
+#include <array>
 #include <limits>
 #include <optional>
 #include <span>
@@ -38,6 +39,11 @@ Result<ModPoly> make_monic(const ModPoly& a) {
 // Whether f keeps its degree and stays square-free modulo the prime p.
 Result<bool> square_free_modulo(const ZPoly& f, const Int& p) {
   if (!gcd(p, f.leading()).is_one()) return false;
+  if (WordPoly::fits(p, f.degree())) {
+    const auto word = static_cast<std::uint64_t>(p.small());
+    const WordPoly reduced = WordPoly::of(reduce(f, p));
+    return WordPoly::gcd(reduced, WordPoly::of(reduce(f.derivative(), p)), word).degree() <= 0;
+  }
   const ModPoly reduced = reduce(f, p);
   TV_TRY(ModPoly common, euclidean_gcd(reduced, reduced.derivative()));
   return common.degree() <= 0;
@@ -299,12 +305,14 @@ Result<std::vector<WordPoly>> equal_degree_on_words(const WordPoly& f, std::int6
 //
 //   1. Degree: deg h and deg(cur / h) are degrees of factors of f, which every prime tried
 //      allows (`allowed`).
-//   2. Trace: the coefficient of x^(d-1) of (L / lc(h)) h is -L times the sum of h's roots, at
-//      most T = |L| d rho in size, where rho bounds every root of f (Fujiwara). It is L times the sum of
-//      the subset's second coefficients mod m, so it is tested on 64-bit words: each factor's
-//      L a_i mod m is kept as floor((L a_i mod m) 2^64 / m), and the words of a true factor sum,
-//      mod 2^64, to within W = ceil(T 2^64 / m) above zero and W plus the subset's size below
-//      (each word rounds down by less than one).
+//   2. Traces: L^k times the k-th power sum of h's roots is an integer (it is a polynomial in the
+//      coefficients of (L / lc(h)) h) of at most T = |L|^k d rho^k in size, where rho bounds
+//      every root of f (Fujiwara). Power sums add up over the subset, and mod m they are L^k
+//      times the sum of the subset's own power sums, so they are tested on 64-bit words, for
+//      k = 1 and 2: each factor's value mod m is kept as floor(value 2^64 / m), and the words of
+//      a true factor sum, mod 2^64, to within W = ceil(T 2^64 / m) above zero and W plus the
+//      subset's size below (each word rounds down by less than one). The second power sum
+//      catches subsets such as {a, -a} of a Swinnerton-Dyer polynomial, whose trace is 0.
 //   3. Constant term: L times the subset's constant terms mod m divides L cur(0).
 //   4. Value at 2: L times the product of the subset's values at 2 mod m is at most
 //      |L| (2 + rho)^d in size, and divides L cur(2). Factors of x^n - 1 need this: modulo a
@@ -316,8 +324,7 @@ Result<std::vector<WordPoly>> equal_degree_on_words(const WordPoly& f, std::int6
 class Recombination {
  public:
   Recombination(const ZPoly& f, const std::vector<ModPoly>& lifted, const Int& m, std::vector<bool> allowed)
-      : lifted_(lifted.size()), second_(lifted.size()), degree_(lifted.size()),
-        words_(lifted.size()), current_(f), allowed_(std::move(allowed)),
+      : lifted_(lifted.size()), power_sums_(lifted.size()), degree_(lifted.size()), current_(f), allowed_(std::move(allowed)),
         product_(static_cast<std::size_t>(f.degree()) + 1), next_(static_cast<std::size_t>(f.degree()) + 1) {
     m.get_mpz(modulus_.v);
     for (std::size_t i = 0; i < lifted.size(); ++i) {
@@ -325,7 +332,9 @@ class Recombination {
       lifted_[i] = std::vector<Scratch>(c.size());
       for (std::size_t k = 0; k < c.size(); ++k) c[k].value().get_mpz(lifted_[i][k].v);
       degree_[i] = lifted[i].degree();
-      second_[i] = c[c.size() - 2].value();
+      // For x^d + a x^(d-1) + b x^(d-2) + ...: p1 = -a and p2 = a^2 - 2b.
+      const Int a = c[c.size() - 2].value(), b = c.size() > 2 ? c[c.size() - 3].value() : Int(0);
+      power_sums_[i] = {-a, a * a - Int(2) * b};
       active_.push_back(i);
     }
     values_at_two_ = std::vector<Scratch>(lifted.size());
@@ -357,46 +366,82 @@ class Recombination {
   // has then been taken out.
   Result<bool> search(std::size_t s) {
     chosen_.clear();
-    return visit(0, s, 0, 0);
+    const Outcome outcome = visit(0, s, Traces{0, 0}, 0);
+    if (outcome == Outcome::Failed) return std::move(*failure_);
+    return outcome == Outcome::Found;
   }
 
-  Result<bool> visit(std::size_t from, std::size_t need, std::uint64_t trace, std::int64_t degree) {
-    if (need == 0) return test(trace, degree);
-    for (std::size_t a = from; a + need <= active_.size(); ++a) {
-      const std::size_t i = active_[a];
-      chosen_.push_back(i);
-      TV_TRY(bool found, visit(a + 1, need - 1, trace + words_[i], degree + degree_[i]));
-      chosen_.pop_back();
-      if (found) return true;
+  // The recursion returns a plain outcome, and keeps a failure aside, so that its many calls
+  // build no Result.
+  enum class Outcome { None, Found, Failed };
+
+  using Traces = std::array<std::uint64_t, 2>;
+
+  Outcome visit(std::size_t from, std::size_t need, const Traces& trace, std::int64_t degree) {
+    const std::size_t n = active_.size();
+    if (need == 1) {
+      // The leaves, without a call each: only a subset that passes the word tests is formed.
+      for (std::size_t a = from; a < n; ++a) {
+        const Slot& slot = slots_[a];
+        const Traces sums{trace[0] + slot.words[0], trace[1] + slot.words[1]};
+        if (!passes_word_tests(sums, degree + slot.degree)) continue;
+        chosen_.push_back(active_[a]);
+        const Outcome outcome = test(degree + slot.degree);
+        chosen_.pop_back();
+        if (outcome != Outcome::None) return outcome;
+      }
+      return Outcome::None;
     }
-    return false;
+    for (std::size_t a = from; a + need <= n; ++a) {
+      const Slot& slot = slots_[a];
+      chosen_.push_back(active_[a]);
+      const Outcome outcome =
+          visit(a + 1, need - 1, Traces{trace[0] + slot.words[0], trace[1] + slot.words[1]}, degree + slot.degree);
+      chosen_.pop_back();
+      if (outcome != Outcome::None) return outcome;
+    }
+    return Outcome::None;
   }
 
-  Result<bool> test(std::uint64_t trace, std::int64_t degree) {
-    if ((++visited_ & kSubsetsPerCheck) == 0) TV_CHECK(check_interrupt());
-    if (current_.is_zero()) return other_failure("combine_factors: zero polynomial");
+  // The degree and trace tests.
+  bool passes_word_tests(const Traces& trace, std::int64_t degree) const {
     const std::int64_t rest = current_.degree() - degree;
-    if (rest < 1 || !allowed_[static_cast<std::size_t>(degree)] || !allowed_[static_cast<std::size_t>(rest)])
-      return false;
-    if (!trace_fits(trace, degree) || !constant_term_divides() || !value_at_two_fits(degree)) return false;
+    return rest >= 1 && allowed_[static_cast<std::size_t>(degree)] && allowed_[static_cast<std::size_t>(rest)] &&
+           trace_fits(trace[0], windows_[0], degree) && trace_fits(trace[1], windows_[1], degree);
+  }
+
+  Outcome fail(Failure failure) {
+    failure_ = std::move(failure);
+    return Outcome::Failed;
+  }
+
+  Outcome test(std::int64_t degree) {
+    if ((++tested_ & kTestsPerCheck) == 0) {
+      Status status = check_interrupt();
+      if (!status.ok()) return fail(std::move(status).failure());
+    }
+    if (current_.is_zero()) return fail(other_failure("combine_factors: zero polynomial"));
+    if (!constant_term_divides() || !value_at_two_fits(degree)) return Outcome::None;
     ZPoly g = candidate();
     if (!coefficients_fit(g) || !divides(eval(g, 1), wanted_at_one_) || !divides(eval(g, -1), wanted_at_minus_one_))
-      return false;
+      return Outcome::None;
     // L cur = q g and g = c h with h primitive, so cur = (q c / L) h.
     auto quotient = exact_quotient(current_.scale(current_.leading()), g);
-    if (!quotient) return false;
+    if (!quotient) return Outcome::None;
     const Int c = content(g);
-    TV_TRY(g, g.divide_coefficients(c));
-    TV_TRY(current_, quotient->scale(c).divide_coefficients(current_.leading()));
-    found_.push_back(std::move(g));
+    auto primitive = g.divide_coefficients(c);
+    if (!primitive) return fail(std::move(primitive).failure());
+    auto rest = quotient->scale(c).divide_coefficients(current_.leading());
+    if (!rest) return fail(std::move(rest).failure());
+    current_ = std::move(rest).value();
+    found_.push_back(std::move(primitive).value());
     std::erase_if(active_, [&](std::size_t i) { return std::find(chosen_.begin(), chosen_.end(), i) != chosen_.end(); });
-    chosen_.clear();
     track_current();
-    return true;
+    return Outcome::Found;
   }
 
-  bool trace_fits(std::uint64_t trace, std::int64_t degree) const {
-    const std::uint64_t window = trace_window_[static_cast<std::size_t>(degree)];
+  bool trace_fits(std::uint64_t trace, const std::vector<std::uint64_t>& windows, std::int64_t degree) const {
+    const std::uint64_t window = windows[static_cast<std::size_t>(degree)];
     if (window == kNoWindow) return true;
     const auto signed_trace = static_cast<std::int64_t>(trace);
     return signed_trace <= static_cast<std::int64_t>(window) &&
@@ -492,20 +537,30 @@ class Recombination {
     lead.abs().get_mpz(absolute_lead_.v);
     wanted_at_one_ = lead * eval(current_, 1);
     wanted_at_minus_one_ = lead * eval(current_, -1);
-    // The words of L a_i mod m, and the windows W for every degree.
+    // The words of L^k p_k mod m, and the windows W for every degree, for k = 1 and 2.
     Scratch scaled;
-    for (std::size_t i : active_) {
-      (lead * second_[i]).get_mpz(scaled.v);
-      mpz_mod(scaled.v, scaled.v, modulus_.v);
-      mpz_mul_2exp(scaled.v, scaled.v, 64);
-      mpz_fdiv_q(scaled.v, scaled.v, modulus_.v);
-      words_[i] = mpz_get_ui(scaled.v);
-    }
-    trace_window_.assign(static_cast<std::size_t>(current_.degree()) + 1, kNoWindow);
-    for (std::size_t d = 1; d < trace_window_.size(); ++d) {
-      (lead.abs() * Int(static_cast<std::int64_t>(d)) * root_bound_).shifted_left(64).get_mpz(scaled.v);
-      mpz_cdiv_q(scaled.v, scaled.v, modulus_.v);
-      if (mpz_cmp_ui(scaled.v, std::uint64_t{1} << 62) < 0) trace_window_[d] = mpz_get_ui(scaled.v);
+    const Int lead_powers[2] = {lead, lead * lead};
+    const Int root_powers[2] = {root_bound_, root_bound_ * root_bound_};
+    for (std::size_t k = 0; k < 2; ++k) {
+      words_[k].resize(lifted_.size());
+      for (std::size_t i : active_) {
+        (lead_powers[k] * power_sums_[i][k]).get_mpz(scaled.v);
+        mpz_mod(scaled.v, scaled.v, modulus_.v);
+        mpz_mul_2exp(scaled.v, scaled.v, 64);
+        mpz_fdiv_q(scaled.v, scaled.v, modulus_.v);
+        words_[k][i] = mpz_get_ui(scaled.v);
+      }
+      slots_.resize(active_.size());
+      for (std::size_t a = 0; a < active_.size(); ++a) {
+        slots_[a].words[k] = words_[k][active_[a]];
+        slots_[a].degree = degree_[active_[a]];
+      }
+      windows_[k].assign(static_cast<std::size_t>(current_.degree()) + 1, kNoWindow);
+      for (std::size_t d = 1; d < windows_[k].size(); ++d) {
+        (lead_powers[k].abs() * Int(static_cast<std::int64_t>(d)) * root_powers[k]).shifted_left(64).get_mpz(scaled.v);
+        mpz_cdiv_q(scaled.v, scaled.v, modulus_.v);
+        if (mpz_cmp_ui(scaled.v, std::uint64_t{1} << 62) < 0) windows_[k][d] = mpz_get_ui(scaled.v);
+      }
     }
   }
 
@@ -536,15 +591,22 @@ class Recombination {
   static bool divides(const Int& d, const Int& n) { return d.is_zero() ? n.is_zero() : rem(n, d).is_zero(); }
 
   static constexpr std::uint64_t kNoWindow = ~std::uint64_t{0};
-  // A mask: interruption is checked once per 2^12 subsets.
-  static constexpr std::uint64_t kSubsetsPerCheck = (std::uint64_t{1} << 12) - 1;
-  std::uint64_t visited_ = 0;
+  // A mask: interruption is checked once per 2^10 subsets that pass the word tests.
+  static constexpr std::uint64_t kTestsPerCheck = (std::uint64_t{1} << 10) - 1;
+  std::uint64_t tested_ = 0;
+  std::optional<Failure> failure_;
 
   std::vector<std::vector<Scratch>> lifted_;  // the lifted factors' coefficients in [0, m)
-  std::vector<Int> second_;                   // each lifted factor's coefficient below its leading one
+  std::vector<std::array<Int, 2>> power_sums_;  // each lifted factor's p1 and p2 of its roots, mod m
   std::vector<std::int64_t> degree_;
-  std::vector<std::uint64_t> words_;         // floor((L a_i mod m) 2^64 / m)
-  std::vector<std::uint64_t> trace_window_;  // W for each degree, or kNoWindow where the test says nothing
+  std::vector<std::uint64_t> words_[2];    // floor((L^k p_k mod m) 2^64 / m) for each factor
+  // The words and degree of each active factor, in the order of active_, for the search.
+  struct Slot {
+    std::uint64_t words[2];
+    std::int64_t degree;
+  };
+  std::vector<Slot> slots_;
+  std::vector<std::uint64_t> windows_[2];  // W for each degree, or kNoWindow where the test says nothing
   std::vector<std::size_t> active_, chosen_;
   ZPoly current_;
   std::vector<ZPoly> found_;
@@ -581,7 +643,7 @@ Result<ZPoly> square_free_integer_part(const QPoly& p) {
   TV_TRY(ZPoly f, primitive_integer_part(p));
   // A repeated factor of f stays one modulo every prime that keeps f's degree, so most
   // polynomials are shown square-free by a cheap gcd modulo a small prime.
-  for (std::int64_t q : {3, 5, 7, 11, 13}) {
+  for (std::int64_t q : {3, 5, 7, 11, 13, 17, 19, 23, 29, 31, 37, 41, 43, 47, 53, 59, 61, 67, 71, 73}) {
     TV_TRY(bool square_free, square_free_modulo(f, Int(q)));
     if (square_free) return f;
   }
