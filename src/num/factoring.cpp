@@ -255,6 +255,17 @@ void divide_monic_mod(BigPoly a, const BigPoly& g, const mpz_class& m, BigPoly& 
   r = std::move(a);
 }
 
+// The two corrections of a quadratic Hensel step for an error x, mod gain: r with
+// T x = q G + r, and rest = S x + q H.
+void correction(const BigPoly& x, const BigPoly& G, const BigPoly& H, const BigPoly& S, const BigPoly& T,
+                const mpz_class& gain, BigPoly& q, BigPoly& r, BigPoly& rest) {
+  multiply(T, x, rest);
+  divide_monic_mod(rest, G, gain, q, r);
+  multiply(S, x, rest);
+  multiply_add(q, H, rest);
+  reduce_mod(rest, gain);
+}
+
 // distinct_degree and equal_degree on machine words, for a small prime p: the same steps, and
 // the same random draws, as on ModPoly.
 Result<std::vector<ModPoly>> distinct_degree_on_words(const ZPoly& f, const Int& prime) {
@@ -859,7 +870,7 @@ Result<std::pair<ZPoly, ZPoly>> lift_pair(const ZPoly& f, const ModPoly& g, cons
   // step ends at p^k and not beyond it.
   std::vector<std::uint32_t> exponents{k};
   while (exponents.back() > 1) exponents.push_back((exponents.back() + 1) / 2);
-  BigPoly product, e, w, q, r, next;
+  BigPoly product, e, w, q, r, next;  // reused from step to step
   mpz_class m = big_p;  // f = G H and S G + T H = 1 hold mod m
   for (std::size_t step = exponents.size() - 1; step-- > 0;) {
     TV_CHECK(check_interrupt());
@@ -869,23 +880,15 @@ Result<std::pair<ZPoly, ZPoly>> lift_pair(const ZPoly& f, const ModPoly& g, cons
     // e = (f - G H) / m; then G + m r and H + m (S e + q H) with T e = q G + r, all mod gain.
     multiply(G, H, product);
     subtract_and_divide(F, product, m, e);
-    multiply(T, e, product);
-    divide_monic_mod(product, G, gain, q, r);
-    multiply(S, e, product);
-    multiply_add(q, H, product);
-    reduce_mod(product, gain);
+    correction(e, G, H, S, T, gain, q, r, next);
     add_scaled(G, r, m);
-    add_scaled(H, product, m);
+    add_scaled(H, next, m);
     if (step == 0) break;  // the last step needs no new S and T
     // w = (1 - S G - T H) / m; then S + m (S w + q2 H) and T + m r2 with T w = q2 G + r2.
     multiply(S, G, product);
     multiply_add(T, H, product);
     subtract_and_divide(BigPoly{mpz_class(1)}, product, m, w);
-    multiply(T, w, product);
-    divide_monic_mod(product, G, gain, q, r);
-    multiply(S, w, next);
-    multiply_add(q, H, next);
-    reduce_mod(next, gain);
+    correction(w, G, H, S, T, gain, q, r, next);
     add_scaled(S, next, m);
     add_scaled(T, r, m);
     m *= gain;
