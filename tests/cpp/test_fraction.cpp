@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <limits>
 #include <new>
+#include <utility>
+#include <vector>
 
 #include "num/fraction.hpp"
 
@@ -119,6 +121,32 @@ TEST(Fraction, HashIgnoresTheFormOfEqualParts) {
   EXPECT_TRUE(via_big.numerator().is_small());
   EXPECT_EQ(via_big.hash(), q(3).hash());
   EXPECT_NE(q(1, 2).hash(), q(2, 1).hash());
+}
+
+// The word paths of +, - and * against the school formula with normalise (add_assign), on
+// parts at the edges of 64 bits and with shared factors, where 128-bit products and the gcd of
+// the denominators first matter. Equal results must also agree in form (their hashes).
+TEST(Fraction, WordPathsAgreeWithTheSchoolFormula) {
+  constexpr std::int64_t max = std::numeric_limits<std::int64_t>::max();
+  const std::int64_t numerators[] = {0, 1, -1, 3, -6, 1LL << 62, -(1LL << 62), max, -max, 3LL * 1000000007};
+  const std::int64_t denominators[] = {1, 2, 3, 6, 10, 1LL << 62, max, max - 1, 1000000007LL * 6};
+  std::vector<Fraction> values;
+  for (std::int64_t n : numerators)
+    for (std::int64_t d : denominators) values.push_back(q(n, d));
+  for (const Fraction& a : values)
+    for (const Fraction& b : values) {
+      Fraction sum = a, difference = a;
+      sum.add_assign(b, true);
+      difference.add_assign(-b, true);
+      const Fraction product = q(a.numerator() * b.numerator(), a.denominator() * b.denominator());
+      for (const auto& [ours, school] : {std::pair{a + b, sum}, {a - b, difference}, {a * b, product}}) {
+        ASSERT_EQ(ours.to_string(), school.to_string()) << a.to_string() << " , " << b.to_string();
+        ASSERT_EQ(ours.hash(), school.hash());
+        ASSERT_EQ(ours.denominator().is_small(), school.denominator().is_small());
+      }
+      const Int left = a.numerator() * b.denominator(), right = b.numerator() * a.denominator();
+      ASSERT_EQ(compare(a, b), compare(left, right)) << a.to_string() << " , " << b.to_string();
+    }
 }
 
 }  // namespace
