@@ -89,6 +89,14 @@ def show_puzzles() -> None:
         print(f"  does the {name} jumble (leave its own lattice)? {tv.jumbles(name)}")
 
 
+def show_batch() -> None:
+    batch = tv.PuzzleBatch("Rubik's Cube (3x3x3)", 4096, seed=7, scramble=3)
+    print(f"Batches: {batch!r}")
+    solved, _ = batch.step([batch.action_index("A")] * len(batch))
+    print(f"  4096 cubes, each 3 random moves from seed 7, then one turn of A each: "
+          f"{sum(solved.tolist())} solved; states come out as a {batch.observations()!r}")
+
+
 def write_caption_image(path: str) -> str:
     image = tv.Image(160, 48, (24, 26, 32, 255))
     image.fill_rect(4, 4, 152, 40, (0, 81, 186, 255))
@@ -114,6 +122,8 @@ def main() -> None:
     show_recipes()
     print()
     show_puzzles()
+    print()
+    show_batch()
     print()
     print(f"A captioned picture drawn with the built-in font, written to {write_caption_image(args.out)}")
 

@@ -20,6 +20,8 @@ PyObject* shape_class();
 PyObject* recipe_class();
 PyObject* puzzle_class();
 PyObject* grip_class();
+PyObject* batch_class();
+PyObject* array_class();
 
 // Module functions defined in their own files, as new references bound to `module`.
 PyObject* factor_polynomial_function(PyObject* module);

@@ -1,0 +1,362 @@
+#include "batch.hpp"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+#include <new>
+
+#include <tbb/blocked_range.h>
+#include <tbb/parallel_for.h>
+#include <tbb/partitioner.h>
+
+#include "pool.hpp"
+
+namespace tv {
+namespace {
+
+// Calls body(begin, end) over leaves of whole rows. oneTBB's auto partitioner cuts a range in
+// halves while its budget (the pool size, renewed when a worker steals a half) lasts, so a
+// leaf holds many rows; a body allocates its scratch once per leaf. One row runs here.
+template <class Body>
+void for_each_leaf(std::size_t rows, Body&& body) {
+  if (rows == 0) return;
+  if (rows == 1) {
+    body(std::size_t{0}, std::size_t{1});
+    return;
+  }
+  pool::run([&] {
+    tbb::parallel_for(tbb::blocked_range<std::size_t>(0, rows, 1),
+                      [&](const tbb::blocked_range<std::size_t>& r) { body(r.begin(), r.end()); },
+                      tbb::auto_partitioner());
+  });
+}
+
+template <class T>
+bool row_is_solved(const T* row, const std::vector<std::uint16_t>& colors) {
+  for (std::size_t s = 0; s < colors.size(); ++s)
+    if (colors[row[s]] != colors[s]) return false;
+  return true;
+}
+
+template <class T>
+void gather(T* out, const T* in, const T* perm, std::size_t n) {
+  for (std::size_t s = 0; s < n; ++s) out[s] = in[perm[s]];
+}
+
+template <class T>
+void fill_identity(T* row, std::size_t n) {
+  for (std::size_t s = 0; s < n; ++s) row[s] = static_cast<T>(s);
+}
+
+template <class T>
+Tabular<T> make_tabular(const std::vector<std::vector<std::uint32_t>>& permutations, std::size_t n,
+                        std::uint64_t count) {
+  Tabular<T> engine;
+  engine.moves.reserve(permutations.size() * n);
+  for (const auto& perm : permutations)
+    for (std::uint32_t s : perm) engine.moves.push_back(static_cast<T>(s));
+  engine.states.resize(count * n);
+  engine.scratch.resize(count * n);
+  for (std::uint64_t i = 0; i < count; ++i) fill_identity(engine.states.data() + i * n, n);
+  return engine;
+}
+
+// Whether the buffers of `count` copies can be addressed: the one-hot block is the largest.
+bool addressable(std::uint64_t count, std::size_t n, std::size_t colors, std::size_t slot_bytes) {
+  std::uint64_t cells = 0, bytes = 0;
+  const std::uint64_t limit = static_cast<std::uint64_t>(std::numeric_limits<std::ptrdiff_t>::max());
+  return !__builtin_mul_overflow(count, static_cast<std::uint64_t>(n) * std::max<std::size_t>(colors, 1), &cells) &&
+         cells <= limit && !__builtin_mul_overflow(count, 2 * n * slot_bytes, &bytes) && bytes <= limit;
+}
+
+}  // namespace
+
+Result<Batch> Batch::create(std::string query, std::uint64_t count) {
+  if (count == 0) return range_failure("a batch needs at least one puzzle");
+  TV_TRY(Simulator sim, Simulator::from_recipe_text(query));
+  TV_TRY(auto table, sim.sticker_table());
+  TV_TRY(auto derived, derive_action_permutations(sim));
+  if (!derived) {
+    return state_failure("this puzzle's moves are not fixed permutations of its stickers, and a batch of it "
+                         "cannot be made yet");
+  }
+  return from_permutations(std::move(query), std::move(table), derived->permutations, count, std::move(sim));
+}
+
+Result<Batch> Batch::from_permutations(std::string query, std::shared_ptr<const StickerTable> table,
+                                       const std::vector<std::vector<std::uint32_t>>& permutations,
+                                       std::uint64_t count, std::optional<Simulator> base) {
+  if (count == 0) return range_failure("a batch needs at least one puzzle");
+  const std::size_t n = table->solved_colors.size();
+  TV_ENSURE(permutations.size() == 2 * table->grip_names.size(), "one permutation per action");
+  for (const auto& perm : permutations) {
+    TV_ENSURE(perm.size() == n, "a permutation covers every slot");
+    for (std::uint32_t s : perm) TV_ENSURE(s < n, "a permutation stays within the slots");
+  }
+  const ElementType width = whole_type_for_bound(n);
+  if (!addressable(count, n, table->palette.size(), itemsize_of(width)))
+    return range_failure("a batch of " + std::to_string(count) + " puzzles of " + std::to_string(n) +
+                         " stickers is too large to address");
+  Batch batch;
+  batch.query_ = std::move(query);
+  batch.table_ = std::move(table);
+  batch.base_ = std::move(base);
+  try {
+    switch (width) {
+      case ElementType::U8: batch.engine_ = make_tabular<std::uint8_t>(permutations, n, count); break;
+      case ElementType::U16: batch.engine_ = make_tabular<std::uint16_t>(permutations, n, count); break;
+      default: batch.engine_ = make_tabular<std::uint32_t>(permutations, n, count); break;
+    }
+    batch.rng_.resize(count);
+    batch.last_moves_.assign(count, kNoMove);
+    batch.histories_.resize(count);
+  } catch (const std::bad_alloc&) {
+    return range_failure("there is not enough memory for " + std::to_string(count) + " puzzles");
+  }
+  for (std::uint64_t i = 0; i < count; ++i) batch.rng_[i] = i ^ kInitialRandomState;
+  return batch;
+}
+
+std::vector<std::uint64_t> Batch::move_counts() const {
+  std::vector<std::uint64_t> counts;
+  counts.reserve(histories_.size());
+  for (const auto& h : histories_) counts.push_back(h.size());
+  return counts;
+}
+
+void Batch::seed(std::uint64_t index, std::uint64_t state) {
+  rng_[index] = state;
+  last_moves_[index] = kNoMove;
+}
+
+void Batch::seed_all(std::uint64_t seed) {
+  for (std::uint64_t i = 0; i < count(); ++i) rng_[i] = seed + i;
+  std::fill(last_moves_.begin(), last_moves_.end(), kNoMove);
+}
+
+namespace {
+
+// Every row moves by action_of(row) into the second buffer, which then becomes the state; the
+// move enters the row's last move and history, and solved[row] is written when asked.
+template <class T, class ActionOf>
+void move_rows(Tabular<T>& e, std::size_t n, std::vector<std::uint32_t>& last_moves,
+               std::vector<std::vector<std::uint32_t>>& histories, const std::vector<std::uint16_t>& colors,
+               ActionOf action_of, std::uint8_t* solved) {
+  for_each_leaf(last_moves.size(), [&](std::size_t begin, std::size_t end) {
+    for (std::size_t row = begin; row < end; ++row) {
+      const std::uint32_t a = action_of(row);
+      T* out = e.scratch.data() + row * n;
+      gather(out, e.states.data() + row * n, e.moves.data() + a * n, n);
+      last_moves[row] = a;
+      histories[row].push_back(a);
+      if (solved != nullptr) solved[row] = row_is_solved(out, colors) ? 1 : 0;
+    }
+  });
+  e.states.swap(e.scratch);
+}
+
+}  // namespace
+
+Result<std::pair<ArrayBuffer, ArrayBuffer>> Batch::step(const std::vector<std::uint32_t>& actions) {
+  if (actions.size() != count())
+    return range_failure("got " + std::to_string(actions.size()) + " actions for " + std::to_string(count()) +
+                         " puzzles");
+  for (std::uint32_t a : actions)
+    if (a >= action_count())
+      return range_failure("action " + std::to_string(a) + " out of range (have " + std::to_string(action_count()) +
+                           ")");
+  ArrayBuffer solved(ElementType::Flag, {count()});
+  ArrayBuffer applied(ElementType::Flag, {count()});
+  std::memset(applied.bytes(), 1, applied.byte_size());
+  std::visit(
+      [&](auto& e) {
+        move_rows(e, sticker_count(), last_moves_, histories_, table_->solved_colors,
+                  [&](std::size_t row) { return actions[row]; }, solved.bytes());
+      },
+      engine_);
+  return std::pair{std::move(solved), std::move(applied)};
+}
+
+Result<std::uint64_t> Batch::apply(std::string_view text) {
+  TV_TRY(const auto moves, parse_moves(table_->grip_names, text));
+  std::uint64_t turns = 0;
+  for (const Move& move : moves) {
+    const auto a = static_cast<std::uint32_t>(move.action);
+    for (std::uint32_t r = 0; r < move.repeat; ++r)
+      std::visit(
+          [&](auto& e) {
+            move_rows(e, sticker_count(), last_moves_, histories_, table_->solved_colors,
+                      [a](std::size_t) { return a; }, nullptr);
+          },
+          engine_);
+    turns += move.repeat;
+  }
+  return turns;
+}
+
+ArrayBuffer Batch::undo(const Selection& which) {
+  ArrayBuffer undone(ElementType::Flag, {count()});
+  std::uint8_t* out = undone.bytes();
+  const std::size_t n = sticker_count();
+  std::visit(
+      [&](auto& e) {
+        using T = typename std::remove_reference_t<decltype(e.states)>::value_type;
+        for_each_leaf(count(), [&](std::size_t begin, std::size_t end) {
+          std::vector<T> saved(n);
+          for (std::size_t row = begin; row < end; ++row) {
+            auto& history = histories_[row];
+            if (!which[row] || history.empty()) continue;
+            const std::uint32_t a = history.back();
+            history.pop_back();
+            T* state = e.states.data() + row * n;
+            const T* perm = e.moves.data() + std::size_t{a} * n;
+            std::copy(state, state + n, saved.begin());
+            for (std::size_t s = 0; s < n; ++s) state[perm[s]] = saved[s];
+            last_moves_[row] = history.empty() ? kNoMove : history.back();
+            out[row] = 1;
+          }
+        });
+      },
+      engine_);
+  return undone;
+}
+
+void Batch::solve(const Selection& which) {
+  const std::size_t n = sticker_count();
+  std::visit(
+      [&](auto& e) {
+        for_each_leaf(count(), [&](std::size_t begin, std::size_t end) {
+          for (std::size_t row = begin; row < end; ++row) {
+            if (!which[row]) continue;
+            fill_identity(e.states.data() + row * n, n);
+            histories_[row].clear();
+            last_moves_[row] = kNoMove;
+          }
+        });
+      },
+      engine_);
+}
+
+void Batch::walk(const std::vector<std::uint32_t>& depths) {
+  const std::uint64_t actions = action_count();
+  if (actions == 0) return;
+  const std::size_t n = sticker_count();
+  std::visit(
+      [&](auto& e) {
+        using T = typename std::remove_reference_t<decltype(e.states)>::value_type;
+        for_each_leaf(count(), [&](std::size_t begin, std::size_t end) {
+          std::vector<T> other(n);
+          for (std::size_t row = begin; row < end; ++row) {
+            const std::uint32_t depth = depths[row];
+            if (depth == 0) continue;
+            T* state = e.states.data() + row * n;
+            T *from = state, *to = other.data();
+            auto& history = histories_[row];
+            history.reserve(history.size() + depth);
+            std::uint32_t last = last_moves_[row];
+            for (std::uint32_t k = 0; k < depth; ++k) {
+              last = walk_move(next_random(rng_[row]), last, actions);
+              gather(to, from, e.moves.data() + std::size_t{last} * n, n);
+              std::swap(from, to);
+              history.push_back(last);
+            }
+            if (from != state) std::copy(from, from + n, state);
+            last_moves_[row] = last;
+          }
+        });
+      },
+      engine_);
+}
+
+Status Batch::scramble(const std::vector<std::uint32_t>& depths) {
+  if (depths.size() != count())
+    return range_failure("got " + std::to_string(depths.size()) + " depths for " + std::to_string(count()) +
+                         " puzzles");
+  walk(depths);
+  return {};
+}
+
+void Batch::reset_where(const Selection& which, std::uint32_t depth) {
+  solve(which);
+  std::vector<std::uint32_t> depths(count());
+  for (std::size_t i = 0; i < depths.size(); ++i) depths[i] = which[i] ? depth : 0;
+  walk(depths);
+}
+
+ArrayBuffer Batch::observations() const {
+  const std::size_t n = sticker_count();
+  ArrayBuffer out(whole_type_for_bound(color_count()), {count(), n});
+  const auto& colors = table_->solved_colors;
+  std::visit(
+      [&](const auto& e) {
+        const auto write = [&](auto* target) {
+          for_each_leaf(count(), [&](std::size_t begin, std::size_t end) {
+            for (std::size_t i = begin * n; i < end * n; ++i)
+              target[i] = static_cast<std::remove_pointer_t<decltype(target)>>(colors[e.states[i]]);
+          });
+        };
+        switch (out.type()) {
+          case ElementType::U8: write(out.as<std::uint8_t>()); break;
+          case ElementType::U16: write(out.as<std::uint16_t>()); break;
+          default: write(out.as<std::uint32_t>()); break;
+        }
+      },
+      engine_);
+  return out;
+}
+
+ArrayBuffer Batch::sticker_ids() const {
+  return std::visit(
+      [&](const auto& e) {
+        using T = typename std::remove_reference_t<decltype(e.states)>::value_type;
+        return whole_array(std::span<const T>(e.states), sticker_count(), {count(), sticker_count()});
+      },
+      engine_);
+}
+
+ArrayBuffer Batch::one_hot() const {
+  const std::size_t n = sticker_count(), colors = color_count();
+  ArrayBuffer out(ElementType::U8, {count(), n * colors});
+  std::uint8_t* target = out.bytes();
+  const auto& solved_colors = table_->solved_colors;
+  std::visit(
+      [&](const auto& e) {
+        for_each_leaf(count(), [&](std::size_t begin, std::size_t end) {
+          for (std::size_t i = begin * n; i < end * n; ++i) target[i * colors + solved_colors[e.states[i]]] = 1;
+        });
+      },
+      engine_);
+  return out;
+}
+
+ArrayBuffer Batch::action_masks() const {
+  ArrayBuffer out(ElementType::Flag, {count(), action_count()});
+  std::memset(out.bytes(), 1, out.byte_size());
+  return out;
+}
+
+ArrayBuffer Batch::solved() const {
+  ArrayBuffer out(ElementType::Flag, {count()});
+  std::uint8_t* target = out.bytes();
+  const std::size_t n = sticker_count();
+  std::visit(
+      [&](const auto& e) {
+        for_each_leaf(count(), [&](std::size_t begin, std::size_t end) {
+          for (std::size_t row = begin; row < end; ++row)
+            target[row] = row_is_solved(e.states.data() + row * n, table_->solved_colors) ? 1 : 0;
+        });
+      },
+      engine_);
+  return out;
+}
+
+ArrayBuffer Batch::permutations() const {
+  return std::visit(
+      [&](const auto& e) {
+        using T = typename std::remove_reference_t<decltype(e.states)>::value_type;
+        return whole_array(std::span<const T>(e.moves), sticker_count(), {action_count(), sticker_count()});
+      },
+      engine_);
+}
+
+}  // namespace tv

@@ -1,0 +1,369 @@
+// Python's PuzzleBatch: many copies of one puzzle whose moves are fixed permutations of its
+// sticker slots. Arguments are converted and array arguments read while the interpreter is
+// held, so a method that raises has changed nothing; the loops over copies run released.
+#include <cstring>
+
+#include "batch.hpp"
+#include "bindings/arrays.hpp"
+#include "bindings/classes.hpp"
+#include "bindings/recipes.hpp"
+#include "bindings/results.hpp"
+
+namespace tv::py {
+namespace {
+
+struct BatchClass {
+  using Value = Batch;
+  static constexpr char name[] = "PuzzleBatch";
+};
+
+using Self = Instance<Batch>;
+
+PyObject* array_result(ArrayBuffer buffer) { return array_object(std::move(buffer)); }
+
+bool raise_index(std::uint64_t index, std::uint64_t count) {
+  PyErr_Format(PyExc_IndexError, "puzzle %llu out of range (have %llu)", static_cast<unsigned long long>(index),
+               static_cast<unsigned long long>(count));
+  return false;
+}
+
+// Converts parameter i as an index below the batch's count.
+bool index_argument(Arguments& args, std::size_t i, std::uint64_t count, std::uint64_t& index) {
+  if (!args.convert_one(i, index)) return false;
+  return index < count || raise_index(index, count);
+}
+
+constexpr char kNotSelection[] = "expected a list of flags, a list of indices, or None";
+
+bool is_flag(PyObject* item) {
+  if (PyBool_Check(item)) return true;
+  const char* type_name = Py_TYPE(item)->tp_name;
+  return std::strcmp(type_name, "numpy.bool") == 0 || std::strcmp(type_name, "numpy.bool_") == 0;
+}
+
+// The `which` selector: None selects all; flags select where true and must number `count`;
+// otherwise every element is an index below `count`.
+bool selection_items(PyObject* list, std::uint64_t count, Selection& out) {
+  const Py_ssize_t size = PyList_GET_SIZE(list);
+  bool all_flags = true;
+  for (Py_ssize_t k = 0; k < size && all_flags; ++k) all_flags = is_flag(PyList_GET_ITEM(list, k));
+  if (all_flags) {
+    if (static_cast<std::uint64_t>(size) != count) {
+      PyErr_Format(PyExc_ValueError, "got %zd flags for %llu puzzles", size, static_cast<unsigned long long>(count));
+      return false;
+    }
+    for (Py_ssize_t k = 0; k < size; ++k) out[k] = PyObject_IsTrue(PyList_GET_ITEM(list, k)) == 1 ? 1 : 0;
+    return true;
+  }
+  std::fill(out.begin(), out.end(), 0);
+  for (Py_ssize_t k = 0; k < size; ++k) {
+    std::uint64_t index = 0;
+    if (!Converter<std::uint64_t>::convert(PyList_GET_ITEM(list, k), index)) {
+      PyErr_Clear();
+      raise(PyExc_TypeError, kNotSelection);
+      return false;
+    }
+    if (index >= count) return raise_index(index, count);
+    out[index] = 1;
+  }
+  return true;
+}
+
+bool selection_from(PyObject* object, std::uint64_t count, Selection& out) {
+  out.assign(count, 1);
+  if (object == nullptr || object == Py_None) return true;
+  if (PyUnicode_Check(object)) {
+    PyErr_SetString(PyExc_TypeError, "Can't extract `str` to `Vec`");
+    return false;
+  }
+  if (!PySequence_Check(object)) {
+    raise(PyExc_TypeError, kNotSelection);
+    return false;
+  }
+  PyObject* list = PySequence_List(object);
+  if (list == nullptr) return false;
+  const bool ok = selection_items(list, count, out);
+  Py_DECREF(list);
+  return ok;
+}
+
+bool which_argument(Arguments& args, std::size_t i, std::uint64_t count, Selection& out) {
+  if (selection_from(args[i], count, out)) return true;
+  note_argument(args.name(i));
+  return false;
+}
+
+// ---- construction ----
+
+constexpr char kDoc[] =
+    "PuzzleBatch(recipe, count, *, seed=None, scramble=None)\n--\n\n"
+    "`count` copies of one puzzle, stepped together. `recipe` is a Recipe, a query string or a catalog name; "
+    "`seed` seeds copy i's generator with seed + i, and `scramble` walks every copy that many random moves.";
+
+PyObject* construct(PyTypeObject* type, Arguments& args) {
+  std::uint64_t count = 0;
+  std::optional<std::uint64_t> seed;
+  std::optional<std::uint32_t> scramble;
+  std::string query;
+  if (!args.convert_one(1, count) || !args.convert_one(2, seed) || !args.convert_one(3, scramble)) return nullptr;
+  if (!query_from(args[0], query)) {
+    note_argument("recipe");
+    return nullptr;
+  }
+  Result<Batch> batch = released([&]() -> Result<Batch> {
+    TV_TRY(Batch made, Batch::create(query, count));
+    if (seed) made.seed_all(*seed);
+    if (scramble) made.reset_where(Selection(count, 1), *scramble);
+    return made;
+  });
+  if (!batch) return raise_failure(batch.failure());
+  return wrap<BatchClass>(std::move(batch).value(), type);
+}
+
+// ---- what the puzzle is, shared ----
+
+PyObject* query(Self& self) { return to_python(self.value.query()); }
+PyObject* is_tabular(Self&) { return to_python(true); }
+PyObject* sticker_count(Self& self) { return to_python(static_cast<std::uint64_t>(self.value.sticker_count())); }
+PyObject* action_count(Self& self) { return to_python(self.value.action_count()); }
+PyObject* color_count(Self& self) { return to_python(static_cast<std::uint64_t>(self.value.color_count())); }
+PyObject* grip_names(Self& self) { return to_python(self.value.table().grip_names); }
+PyObject* solved_stickers(Self& self) { return to_python(self.value.table().solved_colors); }
+PyObject* palette(Self& self) { return to_python(self.value.table().palette); }
+PyObject* move_counts(Self& self) { return to_python(self.value.move_counts()); }
+PyObject* permutations(Self& self) { return array_result(self.value.permutations()); }
+
+PyObject* actions(Self& self) {
+  std::vector<std::string> names;
+  for (std::uint64_t a = 0; a < self.value.action_count(); ++a)
+    names.push_back(action_name(self.value.table().grip_names, a));
+  return to_python(names);
+}
+
+constexpr char kActionIndexDoc[] =
+    "action_index($self, name)\n--\n\nThe action a move name stands for, such as \"A'\", or None.";
+PyObject* action_index(Self& self, Arguments& args) {
+  std::string name;
+  if (!args.convert(name)) return nullptr;
+  const auto action = tv::action_index(self.value.table().grip_names, name);
+  if (!action) Py_RETURN_NONE;
+  return to_python(*action);
+}
+
+constexpr char kHistoryDoc[] = "history($self, index)\n--\n\nThe actions of copy `index` since it was last solved.";
+PyObject* history(Self& self, Arguments& args) {
+  std::uint64_t index = 0;
+  if (!index_argument(args, 0, self.value.count(), index)) return nullptr;
+  return to_python(self.value.history(index));
+}
+
+Py_ssize_t length(PyObject* object) {
+  Self& self = instance_of<BatchClass>(object);
+  Borrow borrow(self.access, Access::Shared);
+  if (!borrow) return -1;
+  return static_cast<Py_ssize_t>(self.value.count());
+}
+
+PyObject* repr(PyObject* object) {
+  return guarded([&]() -> PyObject* {
+    Self& self = instance_of<BatchClass>(object);
+    Borrow borrow(self.access, Access::Shared);
+    if (!borrow) return nullptr;
+    const Batch& b = self.value;
+    const std::string text = "<PuzzleBatch " + std::to_string(b.count()) + " of " + b.query() +
+                             " stickers=" + std::to_string(b.sticker_count()) +
+                             " actions=" + std::to_string(b.action_count()) + " tabular>";
+    return to_python(text);
+  });
+}
+
+// ---- seeding and moving, exclusive ----
+
+constexpr char kSeedDoc[] = "seed($self, index, seed)\n--\n\nSets copy `index`'s generator state to `seed`.";
+PyObject* seed(Self& self, Arguments& args) {
+  std::uint64_t index = 0, state = 0;
+  if (!index_argument(args, 0, self.value.count(), index) || !args.convert_one(1, state)) return nullptr;
+  self.value.seed(index, state);
+  Py_RETURN_NONE;
+}
+
+constexpr char kSeedAllDoc[] = "seed_all($self, seed)\n--\n\nSets copy i's generator state to seed + i.";
+PyObject* seed_all(Self& self, Arguments& args) {
+  std::uint64_t state = 0;
+  if (!args.convert(state)) return nullptr;
+  self.value.seed_all(state);
+  Py_RETURN_NONE;
+}
+
+constexpr char kResetDoc[] = "reset($self, *, scramble=0)\n--\n\nSolves every copy, then walks each `scramble` moves.";
+PyObject* reset(Self& self, Arguments& args) {
+  std::uint32_t depth = 0;
+  if (!args.convert(depth)) return nullptr;
+  released([&] { self.value.reset_where(Selection(self.value.count(), 1), depth); });
+  Py_RETURN_NONE;
+}
+
+constexpr char kResetOneDoc[] =
+    "reset_one($self, index, *, scramble=0)\n--\n\nSolves copy `index`, then walks it `scramble` moves.";
+PyObject* reset_one(Self& self, Arguments& args) {
+  std::uint64_t index = 0;
+  std::uint32_t depth = 0;
+  if (!index_argument(args, 0, self.value.count(), index) || !args.convert_one(1, depth)) return nullptr;
+  Selection which(self.value.count(), 0);
+  which[index] = 1;
+  released([&] { self.value.reset_where(which, depth); });
+  Py_RETURN_NONE;
+}
+
+constexpr char kResetWhereDoc[] =
+    "reset_where($self, which=None, *, scramble=0)\n--\n\n"
+    "Solves the selected copies, then walks each `scramble` moves. `which` is None for all, one flag per "
+    "copy, or a list of indices.";
+PyObject* reset_where(Self& self, Arguments& args) {
+  Selection which;
+  std::uint32_t depth = 0;
+  if (!which_argument(args, 0, self.value.count(), which) || !args.convert_one(1, depth)) return nullptr;
+  released([&] { self.value.reset_where(which, depth); });
+  Py_RETURN_NONE;
+}
+
+constexpr char kSolveDoc[] =
+    "solve($self, which=None)\n--\n\nPuts the selected copies back to solved and forgets their histories.";
+PyObject* solve(Self& self, Arguments& args) {
+  Selection which;
+  if (!which_argument(args, 0, self.value.count(), which)) return nullptr;
+  released([&] { self.value.solve(which); });
+  Py_RETURN_NONE;
+}
+
+constexpr char kScrambleDoc[] =
+    "scramble($self, depth)\n--\n\n"
+    "Walks every copy `depth` random moves further, or copy i depth[i] moves for a sequence.";
+PyObject* scramble(Self& self, Arguments& args) {
+  std::vector<std::uint32_t> depths;
+  std::uint32_t depth = 0;
+  if (Converter<std::uint32_t>::convert(args[0], depth)) {
+    depths.assign(self.value.count(), depth);
+  } else {
+    PyErr_Clear();
+    if (!Converter<std::vector<std::uint32_t>>::convert(args[0], depths)) {
+      PyErr_Clear();
+      raise(PyExc_TypeError, "expected a number of moves, or one per puzzle");
+      note_argument("depth");
+      return nullptr;
+    }
+  }
+  return to_python(released([&] { return self.value.scramble(depths); }));
+}
+
+constexpr char kStepDoc[] =
+    "step($self, actions)\n--\n\n"
+    "One action per copy, all at once. Returns (solved, applied), two flag arrays of one entry per copy.";
+PyObject* step(Self& self, Arguments& args) {
+  std::vector<std::uint32_t> actions;
+  if (!read_array(args[0], actions)) {
+    note_argument("actions");
+    return nullptr;
+  }
+  auto result = released([&] { return self.value.step(actions); });
+  if (!result) return raise_failure(result.failure());
+  PyObject* solved = array_result(std::move(result->first));
+  if (solved == nullptr) return nullptr;
+  PyObject* applied = array_result(std::move(result->second));
+  if (applied == nullptr) {
+    Py_DECREF(solved);
+    return nullptr;
+  }
+  return Py_BuildValue("(NN)", solved, applied);
+}
+
+constexpr char kUndoDoc[] =
+    "undo($self, which=None)\n--\n\n"
+    "Takes back the last move of each selected copy; a flag array, true where there was one.";
+PyObject* undo(Self& self, Arguments& args) {
+  Selection which;
+  if (!which_argument(args, 0, self.value.count(), which)) return nullptr;
+  return array_result(released([&] { return self.value.undo(which); }));
+}
+
+constexpr char kApplyDoc[] =
+    "apply($self, moves)\n--\n\n"
+    "Makes written moves such as \"A B2' A'\" on every copy; returns how many turns each copy made.";
+PyObject* apply(Self& self, Arguments& args) {
+  std::string text;
+  if (!args.convert(text)) return nullptr;
+  return to_python(released([&] { return self.value.apply(text); }));
+}
+
+// ---- arrays of the states, exclusive ----
+
+template <ArrayBuffer (Batch::*Query)() const>
+PyObject* state_array(Self& self, Arguments&) {
+  return array_result(released([&] { return (self.value.*Query)(); }));
+}
+
+constexpr char kObservationsDoc[] =
+    "observations($self)\n--\n\nThe color of every slot of every copy, shape (count, sticker_count).";
+constexpr char kStickerIdsDoc[] =
+    "sticker_ids($self)\n--\n\nFor every slot of every copy, the solved slot of the sticker there.";
+constexpr char kOneHotDoc[] =
+    "one_hot($self)\n--\n\nThe colors as indicators, shape (count, sticker_count * color_count).";
+constexpr char kActionMasksDoc[] =
+    "action_masks($self)\n--\n\nWhich actions each copy can make, shape (count, action_count).";
+constexpr char kSolvedDoc[] = "solved($self)\n--\n\nWhether each copy shows its solved colors.";
+
+PyMethodDef methods[] = {
+    TV_METHOD(BatchClass, "action_index", kActionIndexDoc, Access::Shared, action_index),
+    TV_METHOD(BatchClass, "seed", kSeedDoc, Access::Exclusive, seed),
+    TV_METHOD(BatchClass, "seed_all", kSeedAllDoc, Access::Exclusive, seed_all),
+    TV_METHOD(BatchClass, "reset", kResetDoc, Access::Exclusive, reset),
+    TV_METHOD(BatchClass, "reset_one", kResetOneDoc, Access::Exclusive, reset_one),
+    TV_METHOD(BatchClass, "reset_where", kResetWhereDoc, Access::Exclusive, reset_where),
+    TV_METHOD(BatchClass, "solve", kSolveDoc, Access::Exclusive, solve),
+    TV_METHOD(BatchClass, "scramble", kScrambleDoc, Access::Exclusive, scramble),
+    TV_METHOD(BatchClass, "step", kStepDoc, Access::Exclusive, step),
+    TV_METHOD(BatchClass, "history", kHistoryDoc, Access::Shared, history),
+    TV_METHOD(BatchClass, "undo", kUndoDoc, Access::Exclusive, undo),
+    TV_METHOD(BatchClass, "apply", kApplyDoc, Access::Exclusive, apply),
+    TV_METHOD(BatchClass, "observations", kObservationsDoc, Access::Exclusive, state_array<&Batch::observations>),
+    TV_METHOD(BatchClass, "sticker_ids", kStickerIdsDoc, Access::Exclusive, state_array<&Batch::sticker_ids>),
+    TV_METHOD(BatchClass, "one_hot", kOneHotDoc, Access::Exclusive, state_array<&Batch::one_hot>),
+    TV_METHOD(BatchClass, "action_masks", kActionMasksDoc, Access::Exclusive, state_array<&Batch::action_masks>),
+    TV_METHOD(BatchClass, "solved", kSolvedDoc, Access::Exclusive, state_array<&Batch::solved>),
+    {nullptr, nullptr, 0, nullptr},
+};
+
+PyGetSetDef getset[] = {
+    TV_GETTER(BatchClass, "query", "The recipe as a query string.", query),
+    TV_GETTER(BatchClass, "is_tabular", "Whether moves are fixed permutations, stepped as array gathers.", is_tabular),
+    TV_GETTER(BatchClass, "sticker_count", "The puzzle's sticker slots.", sticker_count),
+    TV_GETTER(BatchClass, "action_count", "Twice the puzzle's grips: each turns either way.", action_count),
+    TV_GETTER(BatchClass, "color_count", "The puzzle's colors.", color_count),
+    TV_GETTER(BatchClass, "actions", "Every move name, in action order.", actions),
+    TV_GETTER(BatchClass, "grip_names", "One name per grip.", grip_names),
+    TV_GETTER(BatchClass, "solved_stickers", "The solved color of each slot.", solved_stickers),
+    TV_GETTER(BatchClass, "palette", "One 0xRRGGBB word per color.", palette),
+    TV_GETTER(BatchClass, "permutations", "Each action's permutation of the slots, one row per action.",
+              permutations),
+    TV_GETTER(BatchClass, "move_counts", "How many moves each copy made since it was last solved.", move_counts),
+    {nullptr, nullptr, nullptr, nullptr, nullptr},
+};
+
+PyType_Slot slots[] = {
+    {Py_tp_doc, const_cast<char*>(kDoc)},
+    {Py_tp_new, reinterpret_cast<void*>(&constructor_entry<BatchClass, kDoc, construct>)},
+    {Py_tp_dealloc, reinterpret_cast<void*>(&deallocate<BatchClass>)},
+    {Py_tp_repr, reinterpret_cast<void*>(&repr)},
+    {Py_mp_length, reinterpret_cast<void*>(&length)},
+    {Py_tp_methods, methods},
+    {Py_tp_getset, getset},
+    {0, nullptr},
+};
+
+PyType_Spec type_spec = {"torvane._native.PuzzleBatch", 0, 0, Py_TPFLAGS_DEFAULT | Py_TPFLAGS_IMMUTABLETYPE, slots};
+
+}  // namespace
+
+PyObject* batch_class() { return create_type<BatchClass>(type_spec); }
+
+}  // namespace tv::py

@@ -1,0 +1,91 @@
+#include <gtest/gtest.h>
+
+#include <numeric>
+
+#include "batch.hpp"
+
+namespace tv {
+namespace {
+
+// A synthetic puzzle of n slots in `colors` runs, whose grip k rotates all slots by k + 1 and
+// whose inverse rotates them back.
+std::pair<std::shared_ptr<const StickerTable>, std::vector<std::vector<std::uint32_t>>> rotations(std::size_t n,
+                                                                                                   std::size_t grips) {
+  auto table = std::make_shared<StickerTable>();
+  for (std::size_t s = 0; s < n; ++s) table->solved_colors.push_back(static_cast<std::uint16_t>(s * 6 / n));
+  table->palette.assign(6, 0);
+  std::vector<std::vector<std::uint32_t>> perms;
+  for (std::size_t k = 0; k < grips; ++k) {
+    table->grip_names.push_back(std::string(1, static_cast<char>('A' + k)));
+    for (std::size_t back : {k + 1, n - (k + 1)}) {
+      std::vector<std::uint32_t> perm(n);
+      for (std::size_t s = 0; s < n; ++s) perm[s] = static_cast<std::uint32_t>((s + back) % n);
+      perms.push_back(perm);
+    }
+  }
+  return {table, perms};
+}
+
+std::vector<std::uint64_t> row_of(const ArrayBuffer& a, std::size_t row) {
+  const std::size_t width = a.size() / a.shape()[0];
+  std::vector<std::uint64_t> values;
+  for (std::size_t i = row * width; i < (row + 1) * width; ++i) values.push_back(a.whole(i));
+  return values;
+}
+
+class BatchWidths : public testing::TestWithParam<std::pair<std::size_t, const char*>> {};
+
+TEST_P(BatchWidths, StepWalkAndUndoAtEveryWidth) {
+  const auto [n, typestr] = GetParam();
+  auto [table, perms] = rotations(n, 3);
+  auto batch = Batch::from_permutations("synthetic", table, perms, 5, std::nullopt);
+  ASSERT_TRUE(batch.ok());
+  EXPECT_STREQ(batch->sticker_ids().typestr(), typestr);
+  EXPECT_STREQ(batch->permutations().typestr(), typestr);
+  EXPECT_STREQ(batch->observations().typestr(), "|u1");
+
+  auto stepped = batch->step({0, 1, 2, 3, 4});
+  ASSERT_TRUE(stepped.ok());
+  const ArrayBuffer ids = batch->sticker_ids();
+  const std::size_t shifts[] = {1, n - 1, 2, n - 2, 3};
+  for (std::size_t row = 0; row < 5; ++row) EXPECT_EQ(row_of(ids, row)[0], shifts[row] % n);
+  EXPECT_EQ(batch->undo(Selection(5, 1)).size(), 5u);
+  EXPECT_EQ(batch->solved().whole(3), 1u);
+
+  // A walk by hand: one draw per move, the inverse of the last move sent on to the next grip.
+  batch->seed_all(40);
+  batch->walk(std::vector<std::uint32_t>(5, 9));
+  for (std::uint64_t row = 0; row < 5; ++row) {
+    std::uint64_t state = 40 + row, shift = 0;
+    std::uint32_t last = kNoMove;
+    for (int k = 0; k < 9; ++k) {
+      last = walk_move(next_random(state), last, 6);
+      EXPECT_EQ(batch->history(row)[k], last);
+      shift += perms[last][0];
+    }
+    EXPECT_EQ(row_of(batch->sticker_ids(), row)[0], shift % n);
+    EXPECT_EQ(batch->rng()[row], state);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Widths, BatchWidths,
+                         testing::Values(std::pair<std::size_t, const char*>{300, "<u2"},
+                                         std::pair<std::size_t, const char*>{70000, "<u4"},
+                                         std::pair<std::size_t, const char*>{256, "|u1"}));
+
+TEST(Batch, WidthRuleOnTheBound) {
+  EXPECT_EQ(whole_type_for_bound(256), ElementType::U8);
+  EXPECT_EQ(whole_type_for_bound(257), ElementType::U16);
+  EXPECT_EQ(whole_type_for_bound(65536), ElementType::U16);
+  EXPECT_EQ(whole_type_for_bound(65537), ElementType::U32);
+}
+
+TEST(Batch, RefusesUnaddressableCountsBeforeAllocating) {
+  auto [table, perms] = rotations(300, 1);
+  auto huge = Batch::from_permutations("synthetic", table, perms, std::uint64_t{1} << 62, std::nullopt);
+  ASSERT_FALSE(huge.ok());
+  EXPECT_EQ(huge.failure().kind, FailureKind::Range);
+}
+
+}  // namespace
+}  // namespace tv
