@@ -175,20 +175,24 @@ class Narrowing {
  public:
   explicit Narrowing(std::vector<T>& out) : out_(out) {}
   void push(std::uint64_t value) {
-    if (value > std::numeric_limits<T>::max() && !misfit_) misfit_ = value;
+    if (value > std::numeric_limits<T>::max() && !misfit_) {
+      misfit_ = true;
+      first_misfit_ = value;
+    }
     out_.push_back(static_cast<T>(value));
   }
   bool finish() const {
     if (!misfit_) return true;
     const std::uint64_t values = std::uint64_t{std::numeric_limits<T>::max()} + 1;
     PyErr_Format(PyExc_ValueError, "%llu does not fit the %llu values this puzzle's arrays hold",
-                 static_cast<unsigned long long>(*misfit_), static_cast<unsigned long long>(values));
+                 static_cast<unsigned long long>(first_misfit_), static_cast<unsigned long long>(values));
     return false;
   }
 
  private:
   std::vector<T>& out_;
-  std::optional<std::uint64_t> misfit_;
+  bool misfit_ = false;
+  std::uint64_t first_misfit_ = 0;
 };
 
 template <class T>
