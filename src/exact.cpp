@@ -19,6 +19,8 @@
 #include "num/sturm.hpp"
 
 #include <algorithm>
+#include <cfloat>
+#include <cmath>
 #include <exception>
 #include <mutex>
 #include <utility>
@@ -86,7 +88,7 @@ Result<FieldRef> NumberField::make(QPoly min_poly, Fraction lo, Fraction hi, boo
   // The constructor is private, so make_shared cannot reach it.
   FieldRef field(new NumberField(std::move(min_poly), chain.integer_form(), std::move(lo), std::move(hi),
                                  irreducible || linear));
-  field->rebuild_power_bounds();
+  field->rebuild_power_bounds(2);
   return field;
 }
 
@@ -104,13 +106,15 @@ Interval NumberField::interval() const {
   return {lo_, hi_};
 }
 
-void NumberField::rebuild_power_bounds() const {
+// Bounds on alpha^k for k up to `count` - 1, from the present interval; entry k comes from
+// entry k - 1 times [lo, hi], so a prefix is the same whatever length is asked for.
+void NumberField::rebuild_power_bounds(std::size_t count) const {
   FieldLock::Writer writer(lock_);
-  const std::size_t d = static_cast<std::size_t>(degree());
+  count = std::max(count, lower_powers_.size());
   std::vector<Fraction> lower{Fraction(1)}, upper{Fraction(1)};
-  lower.reserve(d + 1);
-  upper.reserve(d + 1);
-  for (std::size_t k = 1; k <= d; ++k) {
+  lower.reserve(count);
+  upper.reserve(count);
+  for (std::size_t k = 1; k < count; ++k) {
     const Fraction products[4] = {lower[k - 1] * lo_, lower[k - 1] * hi_, upper[k - 1] * lo_, upper[k - 1] * hi_};
     lower.push_back(*std::min_element(std::begin(products), std::end(products)));
     upper.push_back(*std::max_element(std::begin(products), std::end(products)));
@@ -142,13 +146,25 @@ void NumberField::refine() const {
       lo_ = m;
     }
   }
-  rebuild_power_bounds();
+  rebuild_power_bounds(0);
 }
 
 Interval NumberField::enclose(const QPoly& p) const {
-  FieldLock::Reader reader(lock_);
-  Fraction low, high;
+  // Bounds are built up to the highest power that a number has asked for, not to the degree:
+  // a field of degree 1000 whose generator alone is looked at keeps two entries.
   const auto& c = p.coefficients();
+  while (true) {
+    {
+      FieldLock::Reader reader(lock_);
+      if (c.size() <= lower_powers_.size()) return enclose_with_bounds(c);
+    }
+    rebuild_power_bounds(c.size());
+  }
+}
+
+// Under the read lock, with bounds for every power of c.
+Interval NumberField::enclose_with_bounds(const std::vector<Fraction>& c) const {
+  Fraction low, high;
   for (std::size_t k = 0; k < c.size(); ++k) {
     const int s = c[k].sign();
     if (s == 0) continue;
@@ -367,15 +383,48 @@ int AlgebraicNumber::sign() const {
   }
 }
 
+namespace {
+
+Fraction midpoint_of(const Fraction& a, const Fraction& b) { return (a + b) * Fraction::of(Int(1), Int(2)); }
+
+// A finite double, or 2^1024 for an infinity (where rounding to infinity starts to count), as
+// an exact fraction.
+Fraction exact_value(double x) {
+  if (std::isinf(x)) return Fraction(Int(x > 0 ? 1 : -1).shifted_left(1024));
+  int exponent = 0;
+  const double mantissa = std::frexp(x, &exponent);  // x = mantissa * 2^exponent, |mantissa| in [1/2, 1)
+  const Int scaled(static_cast<std::int64_t>(std::ldexp(mantissa, 53)));  // exact: 53 bits
+  const int shift = exponent - 53;
+  if (shift >= 0) return Fraction(scaled.shifted_left(static_cast<std::uint64_t>(shift)));
+  return Fraction::of(scaled, Int(1).shifted_left(static_cast<std::uint64_t>(-shift)));
+}
+
+}  // namespace
+
 double AlgebraicNumber::to_f64() const {
+  if (degree() <= 0) return is_zero() ? 0.0 : coefficients()[0].to_f64();
+  // A number that is zero by value (in a ring from `root`) has no interval that leaves zero.
   Interval bounds = enclosure();
-  for (int step = 0; step < 256; ++step) {
-    const double low = bounds.lo.to_f64();
-    if (low == bounds.hi.to_f64()) return low;
+  if (bounds.lo.sign() != bounds.hi.sign()) {
+    if (sign() == 0) return 0.0;
+    bounds = enclosure();
+  }
+  while (true) {
+    const double low = bounds.lo.to_f64(), high = bounds.hi.to_f64();
+    if (low == high) return low;
+    // Two neighbouring normal doubles: the value rounds to the one on its side of the boundary
+    // between them, and to the boundary's own rounding when it is exactly the boundary (ties
+    // to even). Refining alone would never decide a value that sits on the boundary.
+    if (std::nextafter(low, high) == high && std::fabs(low) >= DBL_MIN && std::fabs(high) >= DBL_MIN) {
+      const Fraction boundary = midpoint_of(exact_value(low), exact_value(high));
+      auto side = sub(*this, AlgebraicNumber::constant(rational_field(), boundary));
+      TV_ENSURE(side.ok(), "a rational has a common field with every number");
+      const int s = side.value().sign();
+      return s == 0 ? boundary.to_f64() : s > 0 ? high : low;
+    }
     field_->refine();
     bounds = enclosure();
   }
-  return bounds.lo.to_f64();
 }
 
 std::string AlgebraicNumber::text() const { return polynomial_text(polynomial_) + " in " + field_->text(); }

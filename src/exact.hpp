@@ -127,7 +127,9 @@ class NumberField {
 
  private:
   NumberField(QPoly min_poly, ZPoly integer_form, Fraction lo, Fraction hi, bool irreducible);
-  void rebuild_power_bounds() const;
+  // At least `count` entries (and never fewer than there are), from the present interval.
+  void rebuild_power_bounds(std::size_t count) const;
+  Interval enclose_with_bounds(const std::vector<Fraction>& coefficients) const;
 
   const QPoly min_poly_;
   const ZPoly integer_form_;  // a positive multiple of min_poly, for signs at points
@@ -188,8 +190,10 @@ class AlgebraicNumber {
   Interval enclosure() const;
   // -1, 0 or +1, exactly; refines the field as long as the enclosure holds zero.
   int sign() const;
-  // The double both ends of a narrow enough enclosure round to (at most 256 refinements,
-  // then the lower end's double).
+  // The double nearest to the value, ties to even, as Fraction::to_f64 rounds a rational:
+  // the same double however narrow the interval was before. 0.0 for a number whose sign is 0.
+  // Refines until both ends of the enclosure round alike, or the value is placed exactly on
+  // one side of the boundary between two neighbouring doubles.
   double to_f64() const;
   // "x in Q(root of x² + -2 in [1,3/2])".
   std::string text() const;

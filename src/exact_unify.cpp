@@ -25,13 +25,6 @@ namespace {
 QPoly x_times(const Fraction& c) { return QPoly::monomial(c, 1); }
 QPoly rational(const Fraction& c) { return QPoly::constant(c); }
 
-// p(y) read with constant coefficients in Q[x].
-QXYPoly in_y(const QPoly& p) {
-  std::vector<QPoly> c;
-  for (const Fraction& x : p.coefficients()) c.push_back(rational(x));
-  return QXYPoly(std::move(c));
-}
-
 // p(S(y)) by Horner's rule, top coefficient first, each coefficient of p made a constant of
 // S's coefficient type by `lift`.
 template <class Poly, class Lift>
@@ -267,16 +260,6 @@ AlgebraicNumber rename(const AlgebraicNumber& x, const Embedding& embedding,
 // ---------------------------------------------------------------------------------------------
 // root
 
-// x^k - a(y) as a polynomial in y whose coefficients are polynomials in x.
-QXYPoly power_minus(const AlgebraicNumber& a, std::size_t k) {
-  const auto& c = a.coefficients();
-  std::vector<QPoly> by_y;
-  for (std::size_t j = 0; j < c.size(); ++j) by_y.push_back(rational(-c[j]));
-  const QPoly x_to_k = QPoly::monomial(Fraction(1), k);
-  if (by_y.empty()) by_y.push_back(QPoly());
-  by_y[0] = by_y[0] + x_to_k;
-  return QXYPoly(std::move(by_y));
-}
 
 
 // The remainder sequence of p(y) and q(S(y)) made monic, as monic_gcd gives it. When q(S(y))
@@ -289,6 +272,84 @@ Result<APoly> first_remainder_then_gcd(const FieldRef& field, const QPoly& p, co
   if (r.is_zero()) return a;
   TV_TRY(AlgebraicNumber inverse_lead, r.leading().inverse());
   return monic_gcd(a, r.scale(inverse_lead));
+}
+
+// ---------------------------------------------------------------------------------------------
+// root
+
+// The characteristic polynomial of multiplication by a, monic: its roots are a(alpha_i) over
+// all roots alpha_i of min_poly. Its power sums are the traces of a^j, and the trace of x^i is
+// the i-th power sum of min_poly's roots.
+QPoly characteristic_polynomial(const AlgebraicNumber& a) {
+  const QPoly& m = a.field()->min_poly();
+  const std::size_t d = static_cast<std::size_t>(m.degree());
+  if (a.degree() <= 0) {
+    const Fraction r = a.is_zero() ? Fraction() : a.coefficients()[0];
+    return (QPoly::monomial(Fraction(1), 1) - QPoly::constant(r)).pow(d);
+  }
+  const std::vector<Fraction> basis_traces = power_sums(m, d - 1);
+  std::vector<Fraction> traces{Fraction(static_cast<std::int64_t>(d))};
+  AlgebraicNumber power = a;
+  for (std::size_t j = 1; j <= d; ++j) {
+    Fraction trace;
+    const auto& c = power.coefficients();
+    for (std::size_t i = 0; i < c.size(); ++i) trace.add_assign(c[i] * basis_traces[i], false);
+    trace.normalise();
+    traces.push_back(std::move(trace));
+    if (j < d) power = power * a;
+  }
+  return from_power_sums(traces, d);
+}
+
+// The square-free part, made monic, of the norm Res_y(m(y), x^k - a(y)), whose roots are the
+// k-th roots of a and of its conjugates. The norm is C(x^k) up to a constant, C the
+// characteristic polynomial of a; with S the square-free part of C, S(x^k) is already
+// square-free when S(0) is not 0, and otherwise x S(x^k)/x^k is.
+Result<QPoly> norm_of_power_minus(const AlgebraicNumber& a, std::uint32_t k) {
+  TV_TRY(QPoly s, square_free_part(characteristic_polynomial(a)));
+  const bool zero_root = s.coefficients()[0].is_zero();
+  const auto& c = s.coefficients();
+  std::vector<Fraction> spread((c.size() - 1) * k + 1);
+  for (std::size_t j = zero_root ? 1 : 0; j < c.size(); ++j) spread[j * k] = c[j];
+  QPoly n(std::move(spread));
+  if (zero_root) n = QPoly(std::vector<Fraction>(n.coefficients().begin() + (k - 1), n.coefficients().end()));
+  return n;
+}
+
+// Whether r, not zero, is the p-th power of a rational.
+bool is_rational_power(const Fraction& r, unsigned long p) {
+  if (p % 2 == 0 && r.sign() < 0) return false;
+  mpz_t part, root_of_part;
+  mpz_init(part);
+  mpz_init(root_of_part);
+  bool exact = true;
+  for (const Int* x : {&r.numerator(), &r.denominator()}) {
+    x->get_mpz(part);
+    exact = exact && mpz_root(root_of_part, part, p) != 0;
+  }
+  mpz_clear(part);
+  mpz_clear(root_of_part);
+  return exact;
+}
+
+// Whether the monic n is known to be irreducible without factoring: a linear n, or x^d - r,
+// which by Capelli's theorem is irreducible exactly when r is no p-th power for a prime p
+// dividing d and, when 4 divides d, r is not -4 t^4. Any other n counts as possibly reducible.
+bool binomial_is_irreducible(const QPoly& n) {
+  const auto& c = n.coefficients();
+  const std::size_t d = c.size() - 1;
+  if (d == 1) return true;
+  if (c[0].is_zero()) return false;
+  for (std::size_t j = 1; j < d; ++j)
+    if (!c[j].is_zero()) return false;
+  const Fraction r = -c[0];
+  std::size_t rest = d;
+  for (std::size_t p = 2; p <= rest; ++p) {
+    if (rest % p != 0) continue;
+    while (rest % p == 0) rest /= p;
+    if (is_rational_power(r, p)) return false;
+  }
+  return d % 4 != 0 || !is_rational_power(-r * Fraction::of(Int(1), Int(4)), 4);
 }
 
 }  // namespace
@@ -353,16 +414,12 @@ Result<AlgebraicNumber> root(const AlgebraicNumber& a, const Int& k) {
   // before any interval is searched.
   if (a.sign() < 0) return other_failure("Interval must contain exactly one root");
   const std::uint32_t index = static_cast<std::uint32_t>(k.small());
-  TV_TRY(QPoly norm, resultant(in_y(a.field()->min_poly()), power_minus(a, index)));
-  TV_TRY(QPoly n, square_free_part(norm));
-  // The field keeps n, factored or not; knowing that n is irreducible only spares later
-  // unifications the work of repairing a ring that is none.
-  TV_TRY(std::vector<QPoly> factors, factor(n));
-  const bool irreducible = factors.size() == 1;
+  TV_TRY(QPoly n, norm_of_power_minus(a, index));
+  TV_TRY(SturmChain chain, SturmChain::of(n));
+  const bool irreducible = binomial_is_irreducible(n);
   Fraction lo, hi = a.enclosure().hi + Fraction(1);
   while (true) {
-    TV_TRY(std::uint64_t roots, count_roots(n, lo, hi));
-    if (roots < 2) {
+    if (chain.count(lo, hi) < 2) {
       TV_TRY(FieldRef field, NumberField::make(std::move(n), std::move(lo), std::move(hi), irreducible));
       return AlgebraicNumber::generator(std::move(field));
     }

@@ -249,3 +249,32 @@ def test_threads_share_one_field():
     assert not errors
     for i, result in enumerate(results):
         assert result == expected[i % 3:] + expected[:i % 3]
+
+
+# --- float() is the correctly rounded value, whatever the interval was ------------------------
+
+@given(st.integers(2, 60), st.integers(1, 400), st.integers(2, 40))
+def test_float_of_powers_and_roots_is_correctly_rounded(base, p, q):
+    mpmath.mp.dps = 60
+    exact = mpmath.power(base, mpmath.mpf(p) / q)
+    first = tv.evaluate(f"{base}^({p}/{q})")
+    again = tv.evaluate(f"{base}^({p}/{q})")
+    repr(again)  # narrows the interval first
+    assert float(first) == float(again) == float(exact)
+
+
+@pytest.mark.parametrize("text, exact", [
+    ("49^1.53", lambda: mpmath.power(49, mpmath.mpf(153) / 100)),
+    ("7^3.06", lambda: mpmath.power(7, mpmath.mpf(306) / 100)),
+    ("sqrt(10^200)", lambda: mpmath.mpf(10) ** 100),
+    ("sqrt(10^150)", lambda: mpmath.mpf(10) ** 75),
+])
+def test_float_is_right_from_the_widest_interval(text, exact):
+    mpmath.mp.dps = 60
+    assert float(tv.evaluate(text)) == float(exact())
+
+
+def test_a_zero_from_a_ring_converts_to_zero():
+    zero = tv.evaluate("sqrt(sqrt(4))^2+sqrt(sqrt(4))^2-sqrt(sqrt(4))^4")
+    assert zero.sign() == 0 and zero == tv.Real.from_int(0)
+    assert float(tv.evaluate("sqrt(sqrt(4))^2+sqrt(sqrt(4))^2-sqrt(sqrt(4))^4")) == 0.0

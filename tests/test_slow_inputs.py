@@ -48,3 +48,28 @@ def test_a_merge_of_two_fields_is_remembered():
     assert first == again
     mpmath.mp.dps = 60
     assert float(again) == float((mpmath.sqrt(2) + mpmath.sqrt(3)) * (1 + mpmath.cbrt(3)))
+
+
+ROOTS = [  # (text, mpmath value)
+    ("sqrt(2)^(1/274)", lambda: mpmath.root(2, 548)),
+    ("10^0.301", lambda: mpmath.power(10, mpmath.mpf(301) / 1000)),
+    ("3^0.37", lambda: mpmath.power(3, mpmath.mpf(37) / 100)),
+    ("2^(1/1000)", lambda: mpmath.root(2, 1000)),
+    ("2^(1/1024)", lambda: mpmath.root(2, 1024)),
+    ("1^(1/210)", lambda: mpmath.mpf(1)),
+    ("1^(1/120)", lambda: mpmath.mpf(1)),
+    ("sqrt(" * 10 + "2" + ")" * 10, lambda: mpmath.root(2, 1024)),
+    ("cbrt(2)+sqrt(3)+sqrt(5)+sqrt(7)+sqrt(11)",
+     lambda: mpmath.cbrt(2) + mpmath.sqrt(3) + mpmath.sqrt(5) + mpmath.sqrt(7) + mpmath.sqrt(11)),
+]
+
+
+def test_high_degree_roots_evaluate_and_convert():
+    code = "import sys\nfor text in sys.argv[1:]:\n    print(repr(float(tv.evaluate(text))))\n"
+    done = subprocess.run([sys.executable, "-c", "import torvane as tv\n" + code] + [t for t, _ in ROOTS],
+                          capture_output=True, text=True, timeout=LIMIT, env={"PYTHONPATH": ":".join(sys.path)})
+    assert done.returncode == 0, done.stderr
+    mpmath.mp.dps = 100
+    assert [float(v) for v in done.stdout.split()] == [float(value()) for _, value in ROOTS]
+    third = run("print(repr(float(tv.Real.parse('1/3').root(1024))))")
+    assert float(third) == float(mpmath.root(mpmath.mpf(1) / 3, 1024))
