@@ -91,6 +91,7 @@ Result<Simulator> Simulator::from_recipe_text(std::string_view text) {
   sim.pieces_ = std::move(built.pieces);
   sim.field_text_ = std::move(built.field_text);
   sim.scale_ = built.scale;
+  sim.scene_.meshes = render::build_scene(sim.pieces_.pieces);
   sim.refresh_orientations();
   TV_CHECK(sim.rederive_grips());
   return sim;
@@ -213,6 +214,20 @@ Status Simulator::move_random() {
 }
 
 Status Simulator::advance(double dt_ms) {
+  TV_CHECK(step_animation(dt_ms));
+  render::orbit_update(orbit_, camera_);
+  return {};
+}
+
+void Simulator::orbit(double dx, double dy) {
+  orbit_.dragging = true;
+  orbit_.previous_pointer = {0.0, 0.0, 0.0};
+  orbit_.current_pointer = {dx, dy, 0.0};
+  render::orbit_update(orbit_, camera_);
+  orbit_.dragging = false;
+}
+
+Status Simulator::step_animation(double dt_ms) {
   if (!animation_) {
     if (scramble_queue_ > 0) {
       --scramble_queue_;

@@ -31,6 +31,7 @@
 #include "movement.hpp"
 #include "parse.hpp"
 #include "piece.hpp"
+#include "render/scene.hpp"
 #include "symbolic.hpp"
 
 namespace tv {
@@ -87,8 +88,10 @@ class Simulator {
   // inverse (same grip index, opposite direction) of the last random move.
   Status move_random();
   // One step of the animation or of the scramble queue (a resting puzzle starts one queued
-  // move per step).
+  // move per step), then one step of the orbit camera unless the queued move failed.
   Status advance(double dt_ms);
+  // Drags the camera by (dx, dy) at once; the following advances glide on, slowing down.
+  void orbit(double dx, double dy);
   // Ends the move in flight and plays out the whole queue, to rest.
   Status settle();
   void cancel_animation();
@@ -128,6 +131,15 @@ class Simulator {
   const std::vector<Shape>& shell_shapes() const { return shell_shapes_; }
   const std::vector<Shape>& cut_shapes() const { return cut_shapes_; }
 
+  // What the renderer draws and how: meshes made once at construction, the view and the
+  // camera, which a caller changes freely, and the arrow under the pointer.
+  const render::Scene& scene() const { return scene_; }
+  const render::ViewSettings& view() const { return view_; }
+  render::ViewSettings& view() { return view_; }
+  const render::Camera& camera() const { return camera_; }
+  render::Camera& camera() { return camera_; }
+  std::optional<std::uint32_t> hovered_arrow() const { return hovered_; }
+
   // The piece's exact orientation as a unit quaternion of doubles (the identity for a zero one).
   FloatQuaternion float_orientation(std::uint32_t piece) const;
 
@@ -135,6 +147,7 @@ class Simulator {
   friend struct SimulatorTestAccess;
   Simulator() = default;
 
+  Status step_animation(double dt_ms);
   void drop_animation();
   void prepare_animation(const GripLayer& grip, double angle);
 
@@ -153,6 +166,11 @@ class Simulator {
   std::uint32_t scramble_queue_ = 0;
   std::shared_ptr<const StickerTable> sticker_table_;
   SlotMemo slot_memo_;
+  render::Scene scene_;
+  render::ViewSettings view_;
+  render::Camera camera_;
+  render::OrbitState orbit_;
+  std::optional<std::uint32_t> hovered_;
 };
 
 }  // namespace tv

@@ -8,6 +8,9 @@ namespace tv {
 class Fraction;
 struct Recipe;
 }
+namespace tv::render {
+class Framebuffer;
+}
 
 namespace tv::py {
 
@@ -36,6 +39,9 @@ PyObject* evaluate_expression(Arguments& args);
 
 // A new Puzzle built from the recipe with the interpreter released.
 PyObject* puzzle_from_recipe(const Recipe& recipe);
+
+// A new Image holding `image`.
+PyObject* image_object(render::Framebuffer&& image);
 
 // A new Fraction object holding `value`.
 PyObject* fraction_object(const Fraction& value);

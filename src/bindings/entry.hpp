@@ -203,6 +203,25 @@ PyObject* getter_entry(PyObject* self, void*) {
   });
 }
 
+template <class Class, class T>
+using SetterBody = void (*)(Instance<typename Class::Value>& self, T value);
+
+// A property write: the value is converted first, then the object taken exclusively.
+template <class Class, class T, SetterBody<Class, T> Body>
+int setter_entry(PyObject* self, PyObject* value, void*) {
+  PyObject* result = guarded([&]() -> PyObject* {
+    if (value == nullptr) return raise(PyExc_AttributeError, "cannot delete this attribute");
+    T converted{};
+    if (!Converter<T>::convert(value, converted)) return nullptr;
+    auto& instance = instance_of<Class>(self);
+    Borrow borrow(instance.access, Access::Exclusive);
+    if (!borrow) return nullptr;
+    Body(instance, std::move(converted));
+    return Py_None;
+  });
+  return result == nullptr ? -1 : 0;
+}
+
 template <class F>
 PyCFunction as_cfunction(F* function) {
   return reinterpret_cast<PyCFunction>(reinterpret_cast<void (*)()>(function));
@@ -230,6 +249,12 @@ PyCFunction as_cfunction(F* function) {
 #define TV_EXCLUSIVE_GETTER(Class, name, doc, body)                                                  \
   PyGetSetDef {                                                                                      \
     name, &::tv::py::getter_entry<Class, ::tv::py::Access::Exclusive, body>, nullptr, doc, nullptr   \
+  }
+// A property read shared and written exclusively, the written value converted to `type`.
+#define TV_PROPERTY(Class, name, doc, getter, type, setter)                                           \
+  PyGetSetDef {                                                                                      \
+    name, &::tv::py::getter_entry<Class, ::tv::py::Access::Shared, getter>,                          \
+        &::tv::py::setter_entry<Class, type, setter>, doc, nullptr                                   \
   }
 // A read-only property taking shared access.
 #define TV_GETTER(Class, name, doc, body)                                                            \

@@ -339,4 +339,6 @@ PyType_Spec type_spec = {"torvane._native.Image", 0, 0, Py_TPFLAGS_DEFAULT | Py_
 
 PyObject* image_class() { return create_type<ImageClass>(type_spec); }
 
+PyObject* image_object(render::Framebuffer&& image) { return wrap<ImageClass>(std::move(image)); }
+
 }  // namespace tv::py

@@ -7,14 +7,41 @@
 #include <cstdio>
 
 #include "bindings/classes.hpp"
+#include "bindings/entry.hpp"
 #include "bindings/colors.hpp"
 #include "bindings/recipes.hpp"
 #include "bindings/results.hpp"
 #include "catalog.hpp"
 #include "color.hpp"
+#include "render/draw.hpp"
 #include "simulator.hpp"
 
 namespace tv::py {
+
+// A camera vector at the boundary: a tuple of three floats.
+struct VectorArgument {
+  render::Vector3 value{};
+};
+
+template <>
+struct Converter<VectorArgument> {
+  static bool convert(PyObject* object, VectorArgument& out) {
+    if (!PyTuple_Check(object)) {
+      raise_mismatch(object, "tuple");
+      return false;
+    }
+    const Py_ssize_t size = PyTuple_GET_SIZE(object);
+    if (size != 3) {
+      PyErr_Format(PyExc_ValueError, "expected tuple of length 3, but got tuple of length %zd", size);
+      return false;
+    }
+    for (Py_ssize_t i = 0; i < 3; ++i) {
+      if (!Converter<double>::convert(PyTuple_GET_ITEM(object, i), out.value[i])) return false;
+    }
+    return true;
+  }
+};
+
 namespace {
 
 struct PuzzleClass {
@@ -38,12 +65,37 @@ struct GripClass {
 
 using Self = Instance<Simulator>;
 
-// The view keywords that every puzzle constructor accepts; they take effect with the renderer.
+constexpr double kRadiansPerDegree = 0.017453292519943295;
+
+std::optional<double> radians(std::optional<double> degrees) {
+  if (!degrees) return std::nullopt;
+  return *degrees * kRadiansPerDegree;
+}
+
+// The view keywords of the constructor and of render: yaw and pitch in degrees as given.
 struct ViewKeywords {
   std::optional<ColorArgument> background;
   std::optional<std::uint32_t> supersample;
   std::optional<bool> show_arrows, show_edges, show_pieces;
   std::optional<double> line_width, fov, distance, yaw, pitch;
+
+  bool any() const {
+    return background || supersample || show_arrows || show_edges || show_pieces || line_width || fov || distance ||
+           yaw || pitch;
+  }
+
+  // In the order background, supersample, the three flags, line width, fov, then the camera.
+  void apply(Simulator& sim) const {
+    render::ViewSettings& view = sim.view();
+    if (background) view.background = background->word;
+    if (supersample) view.supersample = std::max<std::uint32_t>(*supersample, 1);
+    if (show_arrows) view.show_arrows = *show_arrows;
+    if (show_edges) view.show_edges = *show_edges;
+    if (show_pieces) view.show_pieces = *show_pieces;
+    if (line_width) view.line_width = *line_width;
+    if (fov) sim.camera().fov = *fov;
+    render::apply_camera_keywords(sim.camera(), {radians(yaw), radians(pitch), distance});
+  }
 };
 
 Result<std::string> query_of(const Simulator& sim) { return query_text(Recipe{sim.shell_shapes(), sim.cut_shapes()}); }
@@ -100,6 +152,7 @@ PyObject* construct(PyTypeObject* type, Arguments& args) {
   }
   Result<Simulator> sim = released([&]() -> Result<Simulator> {
     TV_TRY(Simulator made, Simulator::from_recipe_text(query));
+    view.apply(made);
     if (seed) made.seed(*seed);
     if (scramble) {
       made.scramble(*scramble);
@@ -410,6 +463,8 @@ PyObject* reset(Self& self, Arguments&) {
   if (!query) return raise_failure(query.failure());
   Result<Simulator> fresh = released([&] { return Simulator::from_recipe_text(*query); });
   if (!fresh) return raise_failure(fresh.failure());
+  fresh->view() = self.value.view();
+  fresh->camera() = self.value.camera();
   self.value = std::move(fresh).value();
   Py_RETURN_NONE;
 }
@@ -419,6 +474,92 @@ PyObject* advance(Self& self, Arguments& args) {
   if (!args.convert(dt_ms)) return nullptr;
   return to_python(released([&] { return self.value.advance(dt_ms); }));
 }
+
+// ---- the picture ----
+
+// One frame with the given keywords in force for it alone.
+Result<render::Framebuffer> draw_with(Simulator& sim, const ViewKeywords& keywords, std::uint32_t width,
+                                      std::uint32_t height) {
+  if (!keywords.any()) return render::draw_scene(sim, width, height);
+  const render::ViewSettings saved_view = sim.view();
+  const render::Camera saved_camera = sim.camera();
+  keywords.apply(sim);
+  Result<render::Framebuffer> image = render::draw_scene(sim, width, height);
+  sim.view() = saved_view;
+  sim.camera() = saved_camera;
+  return image;
+}
+
+PyObject* image_result(Result<render::Framebuffer>&& image) {
+  if (!image) return raise_failure(image.failure());
+  return image_object(std::move(image).value());
+}
+
+PyObject* render_frame(Self& self, Arguments& args) {
+  std::uint32_t width = 512, height = 512;
+  ViewKeywords view;
+  if (!args.convert(width, height, view.background, view.supersample, view.show_arrows, view.show_edges,
+                    view.show_pieces, view.line_width, view.fov, view.distance, view.yaw, view.pitch)) {
+    return nullptr;
+  }
+  return image_result(released([&] { return draw_with(self.value, view, width, height); }));
+}
+
+PyObject* frame(Self& self, Arguments& args) {
+  double dt_ms = 16.0;
+  std::uint32_t width = 512, height = 512;
+  if (!args.convert(dt_ms, width, height)) return nullptr;
+  return image_result(released([&]() -> Result<render::Framebuffer> {
+    TV_CHECK(self.value.advance(dt_ms));
+    return render::draw_scene(self.value, width, height);
+  }));
+}
+
+PyObject* look_from(Self& self, Arguments& args) {
+  double yaw = 0.0, pitch = 0.0;
+  std::optional<double> distance;
+  if (!args.convert(yaw, pitch, distance)) return nullptr;
+  render::apply_camera_keywords(self.value.camera(), {yaw * kRadiansPerDegree, pitch * kRadiansPerDegree, distance});
+  Py_RETURN_NONE;
+}
+
+PyObject* orbit(Self& self, Arguments& args) {
+  double dx = 0.0, dy = 0.0;
+  if (!args.convert(dx, dy)) return nullptr;
+  self.value.orbit(dx, dy);
+  Py_RETURN_NONE;
+}
+
+PyObject* vector_tuple(const render::Vector3& v) { return to_python(std::make_tuple(v[0], v[1], v[2])); }
+
+PyObject* get_background(Self& self) {
+  const render::Color c = self.value.view().background;
+  return to_python(std::make_tuple(static_cast<std::uint8_t>(render::channel(c, 0)),
+                                   static_cast<std::uint8_t>(render::channel(c, 1)),
+                                   static_cast<std::uint8_t>(render::channel(c, 2)),
+                                   static_cast<std::uint8_t>(render::alpha(c))));
+}
+void set_background(Self& self, ColorArgument c) { self.value.view().background = c.word; }
+PyObject* get_supersample(Self& self) { return to_python(self.value.view().supersample); }
+void set_supersample(Self& self, std::uint32_t s) { self.value.view().supersample = std::max<std::uint32_t>(s, 1); }
+PyObject* get_show_arrows(Self& self) { return to_python(self.value.view().show_arrows); }
+void set_show_arrows(Self& self, bool on) { self.value.view().show_arrows = on; }
+PyObject* get_show_edges(Self& self) { return to_python(self.value.view().show_edges); }
+void set_show_edges(Self& self, bool on) { self.value.view().show_edges = on; }
+PyObject* get_show_pieces(Self& self) { return to_python(self.value.view().show_pieces); }
+void set_show_pieces(Self& self, bool on) { self.value.view().show_pieces = on; }
+PyObject* get_line_width(Self& self) { return to_python(self.value.view().line_width); }
+void set_line_width(Self& self, double w) { self.value.view().line_width = w; }
+PyObject* get_fov(Self& self) { return to_python(self.value.camera().fov); }
+void set_fov(Self& self, double fov) { self.value.camera().fov = fov; }
+PyObject* get_distance(Self& self) { return to_python(render::length(self.value.camera().position)); }
+void set_distance(Self& self, double d) { render::apply_camera_keywords(self.value.camera(), {std::nullopt, std::nullopt, d}); }
+PyObject* get_camera_position(Self& self) { return vector_tuple(self.value.camera().position); }
+void set_camera_position(Self& self, VectorArgument v) { self.value.camera().position = v.value; }
+PyObject* get_camera_up(Self& self) { return vector_tuple(self.value.camera().up); }
+void set_camera_up(Self& self, VectorArgument v) { self.value.camera().up = v.value; }
+PyObject* get_camera_target(Self& self) { return vector_tuple(self.value.camera().target); }
+void set_camera_target(Self& self, VectorArgument v) { self.value.camera().target = v.value; }
 
 // ---- docstrings and tables ----
 
@@ -459,7 +600,20 @@ TV_DOC(kActionMaskDoc, "action_mask($self)", "Whether each action's layer can tu
 TV_DOC(kApplyDoc, "apply($self, moves)",
        "Makes written moves such as \"A B2' A'\" (tokens split on Unicode white space; a count before \"'\"); "
        "returns the number of turns. The whole text is read before anything moves.")
-TV_DOC(kAdvanceDoc, "advance($self, dt_ms=16.0)", "Advances the animation, or starts one queued move, by `dt_ms`.")
+TV_DOC(kAdvanceDoc, "advance($self, dt_ms=16.0)",
+       "Advances the animation, or starts one queued move, by `dt_ms`; then the orbit camera glides one step.")
+TV_DOC(kOrbitDoc, "orbit($self, dx, dy)",
+       "Swings the camera about its target as a drag by (dx, dy) would, in pointer units of [-1, 1]; the following "
+       "advances and frames glide on, each step 0.8 times the last, whatever their dt_ms.")
+TV_DOC(kRenderDoc,
+       "render($self, width=512, height=512, *, background=None, supersample=None, show_arrows=None, "
+       "show_edges=None, show_pieces=None, line_width=None, fov=None, distance=None, yaw=None, pitch=None)",
+       "The puzzle as it stands, as an Image of width x height. Keywords given here (yaw and pitch in degrees) "
+       "apply to this one frame; the view and camera read the same afterwards. Never advances the animation.")
+TV_DOC(kFrameDoc, "frame($self, dt_ms=16.0, width=512, height=512)",
+       "advance(dt_ms), then render(width, height); a failed advance raises and draws nothing.")
+TV_DOC(kLookFromDoc, "look_from($self, yaw, pitch, distance=None)",
+       "Places the camera at yaw and pitch degrees about the origin, at `distance` or the present one, up along y.")
 #undef TV_DOC
 
 PyMethodDef methods[] = {
@@ -489,6 +643,10 @@ PyMethodDef methods[] = {
     TV_METHOD(PuzzleClass, "action_mask", kActionMaskDoc, Access::Exclusive, action_mask),
     TV_METHOD(PuzzleClass, "apply", kApplyDoc, Access::Exclusive, apply),
     TV_METHOD(PuzzleClass, "advance", kAdvanceDoc, Access::Exclusive, advance),
+    TV_METHOD(PuzzleClass, "render", kRenderDoc, Access::Exclusive, render_frame),
+    TV_METHOD(PuzzleClass, "frame", kFrameDoc, Access::Exclusive, frame),
+    TV_METHOD(PuzzleClass, "look_from", kLookFromDoc, Access::Exclusive, look_from),
+    TV_METHOD(PuzzleClass, "orbit", kOrbitDoc, Access::Exclusive, orbit),
     {nullptr, nullptr, 0, nullptr},
 };
 
@@ -512,6 +670,28 @@ PyGetSetDef getset[] = {
                         actions),
     TV_EXCLUSIVE_GETTER(PuzzleClass, "action_count", "Two per grip of the solved puzzle.", action_count),
     TV_EXCLUSIVE_GETTER(PuzzleClass, "grip_names", "The solved grips' names, without a direction.", grip_names),
+    TV_PROPERTY(PuzzleClass, "background", "The frame's background color (r, g, b, a).", get_background,
+                ColorArgument, set_background),
+    TV_PROPERTY(PuzzleClass, "supersample", "Frames are drawn this many times larger and averaged down; 0 reads 1.",
+                get_supersample, std::uint32_t, set_supersample),
+    TV_PROPERTY(PuzzleClass, "show_arrows", "Whether the grip arrows are drawn and can be pointed at.", get_show_arrows,
+                bool, set_show_arrows),
+    TV_PROPERTY(PuzzleClass, "show_edges", "Whether the pieces' outlines are drawn.", get_show_edges, bool,
+                set_show_edges),
+    TV_PROPERTY(PuzzleClass, "show_pieces", "Whether the pieces' faces are drawn.", get_show_pieces, bool,
+                set_show_pieces),
+    TV_PROPERTY(PuzzleClass, "line_width", "The outline width in pixels of the finished frame.", get_line_width,
+                double, set_line_width),
+    TV_PROPERTY(PuzzleClass, "fov", "The vertical field of view in degrees.", get_fov, double, set_fov),
+    TV_PROPERTY(PuzzleClass, "distance",
+                "The camera's distance from the origin; a write moves it along its line through the origin.",
+                get_distance, double, set_distance),
+    TV_PROPERTY(PuzzleClass, "camera_position", "Where the camera stands, (x, y, z).", get_camera_position,
+                VectorArgument, set_camera_position),
+    TV_PROPERTY(PuzzleClass, "camera_up", "The camera's up direction, (x, y, z).", get_camera_up, VectorArgument,
+                set_camera_up),
+    TV_PROPERTY(PuzzleClass, "camera_target", "The point the camera looks at, (x, y, z).", get_camera_target,
+                VectorArgument, set_camera_target),
     {nullptr, nullptr, nullptr, nullptr, nullptr},
 };
 
