@@ -92,6 +92,7 @@ Result<Simulator> Simulator::from_recipe_text(std::string_view text) {
   sim.field_text_ = std::move(built.field_text);
   sim.scale_ = built.scale;
   sim.scene_.meshes = render::build_scene(sim.pieces_.pieces);
+  sim.scene_.arrow_mesh = render::arrow_mesh();
   sim.refresh_orientations();
   TV_CHECK(sim.rederive_grips());
   return sim;
@@ -116,7 +117,9 @@ void Simulator::refresh_orientations() {
 
 Status Simulator::rederive_grips() {
   TV_TRY(auto grips, derive_grips(pieces_));
+  scene_.arrows = render::place_arrows(grips, pieces_.base_rotation);
   grips_ = std::move(grips);
+  hovered_.reset();
   return {};
 }
 
@@ -225,6 +228,40 @@ void Simulator::orbit(double dx, double dy) {
   orbit_.current_pointer = {dx, dy, 0.0};
   render::orbit_update(orbit_, camera_);
   orbit_.dragging = false;
+}
+
+std::optional<std::uint32_t> Simulator::arrow_at(double x, double y) const {
+  return render::arrow_at(scene_, camera_, view_, x, y);
+}
+
+void Simulator::pointer_move(double x, double y) {
+  if (orbit_.dragging) {
+    orbit_.previous_pointer = orbit_.current_pointer;
+    orbit_.current_pointer = {x, y, 0.0};
+  }
+  hovered_ = arrow_at(x, y);
+}
+
+bool Simulator::pointer_down(double x, double y) {
+  const auto hit = arrow_at(x, y);
+  hovered_ = pressed_ = hit;
+  if (!hit) {
+    orbit_.current_pointer = orbit_.previous_pointer = {x, y, 0.0};
+    orbit_.dragging = true;
+  }
+  return hit.has_value();
+}
+
+Result<std::optional<GripTurn>> Simulator::pointer_up(double x, double y) {
+  orbit_.dragging = false;
+  const auto hit = arrow_at(x, y);
+  hovered_ = hit;
+  const auto pressed = std::exchange(pressed_, std::nullopt);
+  if (!hit || pressed != hit) return std::optional<GripTurn>{};
+  const std::uint64_t grip = *hit / 2;
+  const std::int32_t direction = 2 * static_cast<std::int32_t>(*hit % 2) - 1;
+  TV_CHECK(turn(grip, TurnChoice::direction(direction)));
+  return std::optional<GripTurn>{GripTurn{grip, direction}};
 }
 
 Status Simulator::step_animation(double dt_ms) {

@@ -31,6 +31,7 @@
 #include "movement.hpp"
 #include "parse.hpp"
 #include "piece.hpp"
+#include "render/arrows.hpp"
 #include "render/scene.hpp"
 #include "symbolic.hpp"
 
@@ -70,6 +71,9 @@ struct RandomMove {
   std::int32_t direction;
 };
 
+// A turn made by the pointer: grip index and direction.
+using GripTurn = std::pair<std::uint64_t, std::int32_t>;
+
 class Simulator {
  public:
   static Result<Simulator> from_recipe_text(std::string_view text);
@@ -92,6 +96,16 @@ class Simulator {
   Status advance(double dt_ms);
   // Drags the camera by (dx, dy) at once; the following advances glide on, slowing down.
   void orbit(double dx, double dy);
+
+  // The pointer, at (x, y) in [-1, 1] over the whole frame, y up. A press and release on one
+  // arrow turns its grip; a press elsewhere drags the camera until the release.
+  std::optional<std::uint32_t> arrow_at(double x, double y) const;
+  void pointer_move(double x, double y);
+  bool pointer_down(double x, double y);
+  // The turn made, as (grip, direction): arrow i turns grip i / 2, direction -1 for an even
+  // arrow and +1 for an odd one.
+  Result<std::optional<GripTurn>> pointer_up(double x, double y);
+  void clear_hover() { hovered_.reset(); }
   // Ends the move in flight and plays out the whole queue, to rest.
   Status settle();
   void cancel_animation();
@@ -171,6 +185,7 @@ class Simulator {
   render::Camera camera_;
   render::OrbitState orbit_;
   std::optional<std::uint32_t> hovered_;
+  std::optional<std::uint32_t> pressed_;
 };
 
 }  // namespace tv

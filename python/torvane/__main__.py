@@ -97,12 +97,13 @@ def show_batch() -> None:
           f"{sum(solved.tolist())} solved; states come out as a {batch.observations()!r}")
 
 
-def write_caption_image(path: str) -> str:
-    image = tv.Image(160, 48, (24, 26, 32, 255))
-    image.fill_rect(4, 4, 152, 40, (0, 81, 186, 255))
-    image.fill_rect(8, 8, 144, 32, (255, 213, 0, 96), mode="over")
-    lines = f"torvane {tv.__version__}\n{tv.thread_count()} worker threads"
-    image.draw_text(80, 10, lines, color=(255, 255, 255, 255), center=True)
+def write_cube_picture(path: str) -> str:
+    """A scrambled 3x3x3 seen from above and to the right, its grip arrows around it, captioned."""
+    cube = tv.Puzzle("Rubik's Cube (3x3x3)", seed=2026, scramble=20, yaw=35, pitch=28,
+                     background=(24, 26, 32, 255))
+    image = cube.render(512, 512)
+    caption = f"torvane {tv.__version__}: 20 random moves from seed 2026"
+    image.draw_text(256, 488, caption, color=(255, 255, 255, 255), center=True)
     image.save(path)
     return os.path.abspath(path)
 
@@ -125,7 +126,7 @@ def main() -> None:
     print()
     show_batch()
     print()
-    print(f"A captioned picture drawn with the built-in font, written to {write_caption_image(args.out)}")
+    print(f"The scrambled cube with its grip arrows, drawn by the built-in rasterizer: {write_cube_picture(args.out)}")
 
 
 if __name__ == "__main__":

@@ -530,6 +530,49 @@ PyObject* orbit(Self& self, Arguments& args) {
   Py_RETURN_NONE;
 }
 
+// ---- the pointer and the arrows ----
+
+PyObject* arrow_or_none(std::optional<std::uint32_t> arrow) {
+  if (!arrow) Py_RETURN_NONE;
+  return to_python(*arrow);
+}
+
+PyObject* arrow_count(Self& self) { return to_python(static_cast<std::uint64_t>(self.value.scene().arrows.size())); }
+PyObject* hovered_arrow(Self& self) { return arrow_or_none(self.value.hovered_arrow()); }
+
+PyObject* arrow_at(Self& self, Arguments& args) {
+  double x = 0.0, y = 0.0;
+  if (!args.convert(x, y)) return nullptr;
+  return arrow_or_none(self.value.arrow_at(x, y));
+}
+
+PyObject* pointer_move(Self& self, Arguments& args) {
+  double x = 0.0, y = 0.0;
+  if (!args.convert(x, y)) return nullptr;
+  self.value.pointer_move(x, y);
+  Py_RETURN_NONE;
+}
+
+PyObject* pointer_down(Self& self, Arguments& args) {
+  double x = 0.0, y = 0.0;
+  if (!args.convert(x, y)) return nullptr;
+  return to_python(self.value.pointer_down(x, y));
+}
+
+PyObject* pointer_up(Self& self, Arguments& args) {
+  double x = 0.0, y = 0.0;
+  if (!args.convert(x, y)) return nullptr;
+  auto turned = released([&] { return self.value.pointer_up(x, y); });
+  if (!turned) return raise_failure(turned.failure());
+  if (!*turned) Py_RETURN_NONE;
+  return to_python(std::make_tuple((*turned)->first, (*turned)->second));
+}
+
+PyObject* clear_hover(Self& self, Arguments&) {
+  self.value.clear_hover();
+  Py_RETURN_NONE;
+}
+
 PyObject* vector_tuple(const render::Vector3& v) { return to_python(std::make_tuple(v[0], v[1], v[2])); }
 
 PyObject* get_background(Self& self) {
@@ -614,6 +657,17 @@ TV_DOC(kFrameDoc, "frame($self, dt_ms=16.0, width=512, height=512)",
        "advance(dt_ms), then render(width, height); a failed advance raises and draws nothing.")
 TV_DOC(kLookFromDoc, "look_from($self, yaw, pitch, distance=None)",
        "Places the camera at yaw and pitch degrees about the origin, at `distance` or the present one, up along y.")
+TV_DOC(kArrowAtDoc, "arrow_at($self, x, y)",
+       "The arrow under the pointer at (x, y), each in [-1, 1] over the frame with y up, or None. Reads the stored "
+       "camera at aspect 1; arrows behind the puzzle are hit through it.")
+TV_DOC(kPointerMoveDoc, "pointer_move($self, x, y)", "The pointer moved: feeds a drag in progress and updates the hover.")
+TV_DOC(kPointerDownDoc, "pointer_down($self, x, y)",
+       "The pointer pressed: True on an arrow, which is then pressed; elsewhere a camera drag starts.")
+TV_DOC(kPointerUpDoc, "pointer_up($self, x, y)",
+       "The pointer released: ends a drag, and over the arrow it was pressed on turns that arrow's grip, returning "
+       "(grip, direction); else None. Arrow i turns grip i // 2, an even arrow by -1 and an odd one by +1, so on a "
+       "solved puzzle arrow 2k + 1 makes action 2k. Hover and press are updated before the turn, even if it fails.")
+TV_DOC(kClearHoverDoc, "clear_hover($self)", "Forgets the hovered arrow; a press and a drag stay as they are.")
 #undef TV_DOC
 
 PyMethodDef methods[] = {
@@ -647,6 +701,11 @@ PyMethodDef methods[] = {
     TV_METHOD(PuzzleClass, "frame", kFrameDoc, Access::Exclusive, frame),
     TV_METHOD(PuzzleClass, "look_from", kLookFromDoc, Access::Exclusive, look_from),
     TV_METHOD(PuzzleClass, "orbit", kOrbitDoc, Access::Exclusive, orbit),
+    TV_METHOD(PuzzleClass, "arrow_at", kArrowAtDoc, Access::Shared, arrow_at),
+    TV_METHOD(PuzzleClass, "pointer_move", kPointerMoveDoc, Access::Exclusive, pointer_move),
+    TV_METHOD(PuzzleClass, "pointer_down", kPointerDownDoc, Access::Exclusive, pointer_down),
+    TV_METHOD(PuzzleClass, "pointer_up", kPointerUpDoc, Access::Exclusive, pointer_up),
+    TV_METHOD(PuzzleClass, "clear_hover", kClearHoverDoc, Access::Exclusive, clear_hover),
     {nullptr, nullptr, 0, nullptr},
 };
 
@@ -670,6 +729,8 @@ PyGetSetDef getset[] = {
                         actions),
     TV_EXCLUSIVE_GETTER(PuzzleClass, "action_count", "Two per grip of the solved puzzle.", action_count),
     TV_EXCLUSIVE_GETTER(PuzzleClass, "grip_names", "The solved grips' names, without a direction.", grip_names),
+    TV_GETTER(PuzzleClass, "arrow_count", "Two arrows per grip as the grips stand now.", arrow_count),
+    TV_GETTER(PuzzleClass, "hovered_arrow", "The arrow under the pointer, or None.", hovered_arrow),
     TV_PROPERTY(PuzzleClass, "background", "The frame's background color (r, g, b, a).", get_background,
                 ColorArgument, set_background),
     TV_PROPERTY(PuzzleClass, "supersample", "Frames are drawn this many times larger and averaged down; 0 reads 1.",
