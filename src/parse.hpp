@@ -75,8 +75,12 @@ Result<Expr> parse_expr(std::string_view text);
 // field. `sqrt` and `cbrt` are real roots (of non-negative numbers), and `b^(p/q)` is the q-th
 // root of b^p for an exponent p/q that is a non-zero rational; a negative p is refused by the
 // power itself (kind Range, no message), as is a p above kMaxExponent.
+// A power whose result would need more than kMaxPowerBits bits in a coefficient (estimated as
+// p times the bits of the base's largest coefficient part) is refused before it is computed,
+// with kind Range and a message naming the size.
 Result<AlgebraicNumber> eval_expr(const Expr& expr);
 inline constexpr std::int64_t kMaxExponent = std::int64_t{1} << 20;
+inline constexpr std::uint64_t kMaxPowerBits = std::uint64_t{1} << 24;
 
 // The canonical text of a tree in a context that binds as tightly as `precedence` (10 is the
 // top level). Fails on a node that has no text, such as "cbrt" or an unknown name.

@@ -8,11 +8,21 @@
 // for a non-negative base and for an integral exponent.
 #include "parse.hpp"
 
+#include <algorithm>
+
 namespace tv {
 namespace {
 
 Failure needs_operands(const Expr& expr, std::string_view count) {
   return parse_failure(expr.op + " must have " + std::string(count));
+}
+
+// The bits of the largest numerator or denominator among x's coefficients.
+std::uint64_t coefficient_bits(const AlgebraicNumber& x) {
+  std::uint64_t bits = 0;
+  for (const Fraction& c : x.coefficients())
+    bits = std::max({bits, c.numerator().bit_length(), c.denominator().bit_length()});
+  return bits;
 }
 
 Result<AlgebraicNumber> power(const AlgebraicNumber& base, const AlgebraicNumber& exponent) {
@@ -23,6 +33,12 @@ Result<AlgebraicNumber> power(const AlgebraicNumber& base, const AlgebraicNumber
   if (compare(e.numerator(), Int(kMaxExponent)) > 0)
     return range_failure("exponent " + e.numerator().to_string() + " out of range (at most " +
                          std::to_string(kMaxExponent) + ")");
+  // Bounded before it is computed: the parts of b^p have about p times the bits of b's.
+  const std::uint64_t p = e.numerator().sign() > 0 ? static_cast<std::uint64_t>(e.numerator().small()) : 0;
+  const std::uint64_t bits = coefficient_bits(base) * p;
+  if (bits > kMaxPowerBits)
+    return range_failure("power of about " + std::to_string(bits) + " bits out of range (at most " +
+                         std::to_string(kMaxPowerBits) + " bits)");
   TV_TRY(AlgebraicNumber raised, base.pow(e.numerator()));
   if (e.is_integer()) return raised;
   return root(raised, e.denominator());

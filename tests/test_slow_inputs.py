@@ -73,3 +73,10 @@ def test_high_degree_roots_evaluate_and_convert():
     assert [float(v) for v in done.stdout.split()] == [float(value()) for _, value in ROOTS]
     third = run("print(repr(float(tv.Real.parse('1/3').root(1024))))")
     assert float(third) == float(mpmath.root(mpmath.mpf(1) / 3, 1024))
+
+
+@pytest.mark.parametrize("text, bits", [("(2^1048576)^1048576", "1099512676352"), ("9223372036854^775807", "34135508")])
+def test_a_power_too_large_to_hold_is_refused_by_its_size(text, bits):
+    with pytest.raises(ValueError, match=f"^power of about {bits} bits out of range \\(at most 16777216 bits\\)$"):
+        tv.evaluate(text)
+    assert len(str(tv.evaluate("2^1048576"))) > 315000  # the largest power of 2 that is allowed

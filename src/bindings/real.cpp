@@ -131,11 +131,12 @@ PyObject* from_int(Arguments& args) {
 
 constexpr char kParseDoc[] =
     "parse(expr)\n--\n\n"
-    "Parse an arithmetic expression and evaluate it exactly, as `evaluate` does.";
+    "Parse an arithmetic expression and evaluate it exactly, as `evaluate` does, with its limits.";
 
 constexpr char kRootDoc[] =
     "root($self, k)\n--\n\n"
-    "The non-negative real k-th root. The root of a negative number raises RuntimeError.";
+    "The non-negative real k-th root, for k from 1 to 1024 (ValueError otherwise). The root of a\n"
+    "negative number raises RuntimeError.";
 PyObject* root(Instance<AlgebraicNumber>& self, Arguments& args) {
   std::int64_t k = 0;
   if (!args.convert(k)) return nullptr;
