@@ -55,10 +55,37 @@ Result<ZPoly> next_member(const ZPoly& a, const ZPoly& b) {
   return r.divide_coefficients(content_of(r) * Int(-scale_sign));
 }
 
+// The sign of u a^e + v b^e (u, v, a not zero, b > 0) when the bit lengths alone decide it:
+// X < 2^bits and X >= 2^(bits - 1) for X > 0 bound each term, so a term whose lower bound
+// passes the other's upper bound has the sign. 0 when the lengths do not decide.
+int sign_by_lengths(const Int& u, const Int& v, const Int& a, const Int& b, std::uint64_t e) {
+  const int sign_x = u.sign() * ((e % 2 == 0) ? 1 : a.sign());
+  if (sign_x == v.sign()) return sign_x;
+  const std::uint64_t la = a.bit_length(), lb = b.bit_length();
+  if (la > (std::uint64_t{1} << 40) / (e + 1) || lb > (std::uint64_t{1} << 40) / (e + 1)) return 0;
+  const std::uint64_t x_low = u.bit_length() - 1 + e * (la - 1), x_high = u.bit_length() + e * la;
+  const std::uint64_t y_low = v.bit_length() - 1 + e * (lb - 1), y_high = v.bit_length() + e * lb;
+  if (x_low >= y_high) return sign_x;
+  if (y_low >= x_high) return v.sign();
+  return 0;
+}
+
 }  // namespace
 
 int sign_at(const ZPoly& p, const Fraction& x) {
   if (p.is_zero()) return 0;
+  const auto& terms = p.coefficients();
+  const std::size_t top = terms.size() - 1;
+  std::size_t low = 0;
+  while (terms[low].is_zero()) ++low;
+  std::size_t others = 0;
+  for (std::size_t j = low + 1; j < top; ++j) others += terms[j].is_zero() ? 0 : 1;
+  // A binomial far from its roots, as bisection from a wide interval sees it, is decided by
+  // the sizes of its two terms: p(x) b^n = a^low (c_top a^e + c_low b^e), e = top - low.
+  if (others == 0 && low < top && !x.is_zero()) {
+    const int sum_sign = sign_by_lengths(terms[top], terms[low], x.numerator(), x.denominator(), top - low);
+    if (sum_sign != 0) return sum_sign * ((low % 2 == 0) ? 1 : x.sign());
+  }
   const auto& c = p.coefficients();
   const std::size_t n = c.size() - 1;
   Mpz a(x.numerator()), b(x.denominator()), acc(c[n]), term, power;

@@ -50,5 +50,21 @@ TEST(SturmChain, SignsOfSparsePolynomialsAtDyadicAndOtherPoints) {
   EXPECT_EQ(sign_at(ZPoly(), q(1)), 0);
 }
 
+// Binomials c x^n + r x^j at points near and far from their roots: the sign by term sizes must
+// agree with the sign of the exact value.
+TEST(SturmChain, BinomialSignsBySizeAgreeWithExactValues) {
+  std::mt19937_64 random(11);
+  std::uniform_int_distribution<std::int64_t> coefficient(-1000000, 1000000), point(-5000, 5000);
+  for (int trial = 0; trial < 2000; ++trial) {
+    const std::size_t low = trial % 3, top = low + 1 + trial % 40;
+    std::vector<Fraction> c(top + 1);
+    c[low] = Fraction(coefficient(random) | 1);
+    c[top] = Fraction(coefficient(random) | 1);
+    const QPoly p(std::move(c));
+    const Fraction x = q(point(random), 1 + trial % 64);
+    EXPECT_EQ(sign_at(*zassenhaus::primitive_integer_part(p), x), eval(p, x).sign()) << polynomial_text(p);
+  }
+}
+
 }  // namespace
 }  // namespace tv
