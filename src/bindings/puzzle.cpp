@@ -540,32 +540,36 @@ PyObject* arrow_or_none(std::optional<std::uint32_t> arrow) {
 PyObject* arrow_count(Self& self) { return to_python(static_cast<std::uint64_t>(self.value.scene().arrows.size())); }
 PyObject* hovered_arrow(Self& self) { return arrow_or_none(self.value.hovered_arrow()); }
 
-PyObject* arrow_at(Self& self, Arguments& args) {
+// Converts a pointer position (x, y) and hands it to `body`.
+template <class Body>
+PyObject* at_point(Arguments& args, Body body) {
   double x = 0.0, y = 0.0;
   if (!args.convert(x, y)) return nullptr;
-  return arrow_or_none(self.value.arrow_at(x, y));
+  return body(x, y);
+}
+
+PyObject* arrow_at(Self& self, Arguments& args) {
+  return at_point(args, [&](double x, double y) { return arrow_or_none(self.value.arrow_at(x, y)); });
 }
 
 PyObject* pointer_move(Self& self, Arguments& args) {
-  double x = 0.0, y = 0.0;
-  if (!args.convert(x, y)) return nullptr;
-  self.value.pointer_move(x, y);
-  Py_RETURN_NONE;
+  return at_point(args, [&](double x, double y) {
+    self.value.pointer_move(x, y);
+    Py_RETURN_NONE;
+  });
 }
 
 PyObject* pointer_down(Self& self, Arguments& args) {
-  double x = 0.0, y = 0.0;
-  if (!args.convert(x, y)) return nullptr;
-  return to_python(self.value.pointer_down(x, y));
+  return at_point(args, [&](double x, double y) { return to_python(self.value.pointer_down(x, y)); });
 }
 
 PyObject* pointer_up(Self& self, Arguments& args) {
-  double x = 0.0, y = 0.0;
-  if (!args.convert(x, y)) return nullptr;
-  auto turned = released([&] { return self.value.pointer_up(x, y); });
-  if (!turned) return raise_failure(turned.failure());
-  if (!*turned) Py_RETURN_NONE;
-  return to_python(std::make_tuple((*turned)->first, (*turned)->second));
+  return at_point(args, [&](double x, double y) -> PyObject* {
+    auto turned = released([&] { return self.value.pointer_up(x, y); });
+    if (!turned) return raise_failure(turned.failure());
+    if (!*turned) Py_RETURN_NONE;
+    return to_python(std::make_tuple((*turned)->first, (*turned)->second));
+  });
 }
 
 PyObject* clear_hover(Self& self, Arguments&) {
