@@ -90,6 +90,27 @@ def test_each_face_shows_its_sticker_colors_at_the_projected_centres(recipe):
             assert np.abs(middle - brightened(colors[centre])).max() <= 1
 
 
+@pytest.mark.parametrize("recipe", CUBES)
+@pytest.mark.parametrize("fov, distance", [(15.0, 12.0), (40.0, 5.0)])
+def test_the_silhouette_is_the_projected_front_face(recipe, fov, distance):
+    size = 96
+    puzzle = Puzzle(recipe, show_arrows=False, supersample=1, fov=fov, distance=distance)
+    half = np.abs(np.array(puzzle.sticker_positions())).max() * puzzle.scale
+    corners = project([(-half, half, half), (half, -half, half)], (0.0, 0.0, distance), fov, size)
+    centres = np.arange(size) + 0.5
+    inside_x = (centres >= corners[0, 0]) & (centres <= corners[1, 0])
+    inside_y = (centres >= corners[0, 1]) & (centres <= corners[1, 1])
+    expected = np.outer(inside_y, inside_x)
+    covered = pixels(puzzle.render(size, size))[:, :, 3] > 0
+    border = np.zeros_like(expected)
+    padded = np.pad(expected, 1)
+    for dr in (-1, 0, 1):
+        for dc in (-1, 0, 1):
+            border |= padded[1 + dr:size + 1 + dr, 1 + dc:size + 1 + dc] != expected
+    assert expected.sum() > 100
+    assert not ((covered != expected) & ~border).any()
+
+
 @pytest.mark.parametrize("supersample, soft", [(1, False), (2, True)])
 def test_a_default_frame_is_transparent_around_the_puzzle(supersample, soft):
     puzzle = Puzzle("?shell=C$1&cut=C$1/3", show_arrows=False, supersample=supersample)
