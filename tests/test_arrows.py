@@ -120,12 +120,6 @@ def test_the_ray_keeps_a_square_view_and_follows_the_stored_flag():
     assert puzzle.pointer_down(0.9, 0.9) is False
 
 
-def test_pieces_hidden_or_shown_do_not_change_the_arrows_drawn_after_them():
-    puzzle = Puzzle(CUBE, background=(20, 20, 40, 255))
-    image = np.asarray(puzzle.render(SIZE, SIZE, supersample=1, show_edges=False))
-    assert (image != np.asarray(puzzle.render(SIZE, SIZE, supersample=1, show_edges=False, show_arrows=False))).any()
-
-
 def points_of_arrows(hits):
     found = {}
     for r, c in np.argwhere(hits >= 0):
