@@ -16,6 +16,7 @@
 // instead of refining forever or refusing a non-zero divisor.
 #include "exact.hpp"
 
+#include "interrupt.hpp"
 #include "num/sturm.hpp"
 
 #include <algorithm>
@@ -228,6 +229,7 @@ Result<Bezout> extended_euclid(const QPoly& a, const QPoly& b) {
   QPoly r0 = a, r1 = b;
   QPoly t0, t1 = QPoly::constant(Fraction(1));
   while (!r1.is_zero()) {
+    TV_CHECK(check_interrupt());
     TV_TRY(auto qr, divrem(r0, r1));
     r0 = std::exchange(r1, std::move(qr.remainder));
     t0 = std::exchange(t1, t0 - qr.quotient * t1);

@@ -16,6 +16,7 @@
 #include <utility>
 
 #include "exact.hpp"
+#include "interrupt.hpp"
 #include "num/factoring.hpp"
 #include "num/sturm.hpp"
 
@@ -75,6 +76,7 @@ APoly compose_over_modulo(const FieldRef& field, const QPoly& q, const Substitut
 Result<APoly> monic_gcd(APoly a, APoly b) {
   if (a.degree() < b.degree()) std::swap(a, b);
   while (!b.is_zero()) {
+    TV_CHECK(check_interrupt());
     TV_TRY(APoly r, rem(a, b));
     if (!r.is_zero()) {
       TV_TRY(AlgebraicNumber inverse_lead, r.leading().inverse());
@@ -156,6 +158,7 @@ struct PrimitiveElement {
 
 Result<PrimitiveElement> primitive_element(const QPoly& m1, const QPoly& m2) {
   for (std::int64_t c = 1;; ++c) {
+    TV_CHECK(check_interrupt());
     QPoly r = composed_sum(m1, m2, Fraction(c));
     TV_TRY(ZPoly square_free, zassenhaus::square_free_integer_part(r));
     if (square_free.degree() == r.degree()) return PrimitiveElement{Fraction(c), std::move(r)};
@@ -182,6 +185,7 @@ Result<FieldRef> field_of_sum(const NumberField& f1, const NumberField& f2, cons
       if (roots > 0) candidate = &factors[i];
     }
     if (total == 1) return NumberField::make(*candidate, lo, hi, true);
+    TV_CHECK(check_interrupt());
     f1.refine();
     f2.refine();
   }
@@ -387,6 +391,7 @@ Status unify(std::span<AlgebraicNumber> numbers) {
   // Whether every number before i is a rational by its coefficients, however large its field.
   bool rationals_so_far = true;
   for (std::size_t i = 1; i < numbers.size(); ++i) {
+    TV_CHECK(check_interrupt());
     rationals_so_far = rationals_so_far && numbers[i - 1].degree() <= 0;
     const FieldRef common = numbers[i - 1].field();
     if (numbers[i].field() == common) continue;
@@ -423,6 +428,7 @@ Result<AlgebraicNumber> root(const AlgebraicNumber& a, const Int& k) {
       TV_TRY(FieldRef field, NumberField::make(std::move(n), std::move(lo), std::move(hi), irreducible));
       return AlgebraicNumber::generator(std::move(field));
     }
+    TV_CHECK(check_interrupt());
     Fraction m = midpoint(lo, hi);
     TV_TRY(AlgebraicNumber difference, sub(AlgebraicNumber::constant(rational_field(), m.pow(index)), a));
     (difference.sign() < 0 ? lo : hi) = std::move(m);

@@ -80,3 +80,18 @@ def test_a_power_too_large_to_hold_is_refused_by_its_size(text, bits):
     with pytest.raises(ValueError, match=f"^power of about {bits} bits out of range \\(at most 16777216 bits\\)$"):
         tv.evaluate(text)
     assert len(str(tv.evaluate("2^1048576"))) > 315000  # the largest power of 2 that is allowed
+
+
+def test_ctrl_c_stops_a_long_merge():
+    code = """if True:
+        import os, signal, threading, time
+        threading.Timer(0.3, lambda: os.kill(os.getpid(), signal.SIGINT)).start()
+        start = time.perf_counter()
+        try:
+            tv.evaluate("cbrt(2)+sqrt(3)+sqrt(5)+sqrt(7)+sqrt(11)+sqrt(13)")  # seconds of merging
+            print("finished", time.perf_counter() - start)
+        except KeyboardInterrupt:
+            print("interrupted", time.perf_counter() - start)
+    """
+    outcome, seconds = run(code).split()
+    assert outcome == "interrupted" and float(seconds) < 20

@@ -4,6 +4,8 @@
 
 #include <utility>
 
+#include "interrupt.hpp"
+
 namespace tv {
 namespace {
 
@@ -127,6 +129,7 @@ Result<SturmChain> SturmChain::of(const QPoly& p) {
   TV_TRY(ZPoly second, zassenhaus::primitive_integer_part(p.derivative()));
   chain.push_back(std::move(second));
   while (true) {
+    TV_CHECK(check_interrupt());
     TV_TRY(ZPoly next, next_member(chain[chain.size() - 2], chain.back()));
     if (next.is_zero()) break;
     chain.push_back(std::move(next));
