@@ -4,6 +4,7 @@
 #include <cstring>
 #include <limits>
 #include <new>
+#include <type_traits>
 
 #include <tbb/blocked_range.h>
 #include <tbb/parallel_for.h>
@@ -55,6 +56,9 @@ Tabular<T> make_tabular(const std::vector<std::vector<std::uint32_t>>& permutati
   engine.moves.reserve(permutations.size() * n);
   for (const auto& perm : permutations)
     for (std::uint32_t s : perm) engine.moves.push_back(static_cast<T>(s));
+  if constexpr (std::is_same_v<T, std::uint8_t>)
+    if (n > 0 && n <= kShuffleMaxSlots && shuffles_available())
+      engine.shuffles = compile_shuffles(engine.moves.data(), permutations.size(), n);
   engine.states.resize(count * n);
   engine.scratch.resize(count * n);
   for (std::uint64_t i = 0; i < count; ++i) fill_identity(engine.states.data() + i * n, n);
@@ -136,6 +140,30 @@ void Batch::seed_all(std::uint64_t seed) {
 
 namespace {
 
+template <class T>
+void move_row(const Tabular<T>& e, std::uint32_t a, const T* in, T* out, std::size_t n) {
+  if constexpr (std::is_same_v<T, std::uint8_t>) {
+    const auto readable = static_cast<std::size_t>(e.states.data() + e.states.size() - in);
+    if (e.shuffles.chunks > 0) return shuffle_row(e.shuffles, a, in, readable, out);
+  }
+  gather(out, in, e.moves.data() + std::size_t{a} * n, n);
+}
+
+// Moves `row` through `count` actions, using `other` (a row of scratch) as the second buffer.
+template <class T>
+void move_row_through(const Tabular<T>& e, const std::uint32_t* actions, std::size_t count, T* row, T* other,
+                      std::size_t n) {
+  if constexpr (std::is_same_v<T, std::uint8_t>) {
+    if (e.shuffles.chunks > 0) return shuffle_row_through(e.shuffles, actions, count, row);
+  }
+  T *from = row, *to = other;
+  for (std::size_t k = 0; k < count; ++k) {
+    gather(to, from, e.moves.data() + std::size_t{actions[k]} * n, n);
+    std::swap(from, to);
+  }
+  if (from != row) std::copy(from, from + n, row);
+}
+
 // Every row moves by action_of(row) into the second buffer, which then becomes the state; the
 // move enters the row's last move and history, and solved[row] is written when asked.
 template <class T, class ActionOf>
@@ -146,7 +174,7 @@ void move_rows(Tabular<T>& e, std::size_t n, std::vector<std::uint32_t>& last_mo
     for (std::size_t row = begin; row < end; ++row) {
       const std::uint32_t a = action_of(row);
       T* out = e.scratch.data() + row * n;
-      gather(out, e.states.data() + row * n, e.moves.data() + a * n, n);
+      move_row(e, a, e.states.data() + row * n, out, n);
       last_moves[row] = a;
       histories[row].push_back(a);
       if (solved != nullptr) solved[row] = row_is_solved(out, colors) ? 1 : 0;
@@ -249,18 +277,15 @@ void Batch::walk(const std::vector<std::uint32_t>& depths) {
           for (std::size_t row = begin; row < end; ++row) {
             const std::uint32_t depth = depths[row];
             if (depth == 0) continue;
-            T* state = e.states.data() + row * n;
-            T *from = state, *to = other.data();
             auto& history = histories_[row];
-            history.reserve(history.size() + depth);
+            const std::size_t start = history.size();
+            history.reserve(start + depth);
             std::uint32_t last = last_moves_[row];
             for (std::uint32_t k = 0; k < depth; ++k) {
               last = walk_move(next_random(rng_[row]), last, actions);
-              gather(to, from, e.moves.data() + std::size_t{last} * n, n);
-              std::swap(from, to);
               history.push_back(last);
             }
-            if (from != state) std::copy(from, from + n, state);
+            move_row_through(e, history.data() + start, depth, e.states.data() + row * n, other.data(), n);
             last_moves_[row] = last;
           }
         });

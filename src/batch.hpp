@@ -23,6 +23,7 @@
 
 #include "array.hpp"
 #include "failure.hpp"
+#include "shuffle.hpp"
 #include "simulator.hpp"
 #include "symbolic.hpp"
 
@@ -49,6 +50,7 @@ struct Tabular {
   std::vector<T> states;   // count rows of n
   std::vector<T> scratch;  // the second buffer of a step
   std::vector<T> moves;    // action_count rows of n
+  ShuffleProgram shuffles; // the moves compiled, for byte rows of up to 64 slots; else empty
 };
 
 using TabularEngine = std::variant<Tabular<std::uint8_t>, Tabular<std::uint16_t>, Tabular<std::uint32_t>>;

@@ -7,6 +7,7 @@
 #include "bindings/arrays.hpp"
 
 #include <charconv>
+#include <cstring>
 #include <limits>
 #include <string>
 
@@ -257,9 +258,10 @@ bool parse_format(PyObject* typestr, ElementFormat& format) {
 // The element at `p`, sign-extended for a signed kind.
 std::int64_t decode(const std::uint8_t* p, const ElementFormat& format, bool& negative) {
   std::uint64_t bits = 0;
-  for (std::size_t k = 0; k < format.width; ++k) {
-    const std::size_t shift = 8 * (format.big_endian ? format.width - 1 - k : k);
-    bits |= std::uint64_t{p[k]} << shift;
+  if (!format.big_endian) {
+    std::memcpy(&bits, p, format.width);  // the host is little-endian
+  } else {
+    for (std::size_t k = 0; k < format.width; ++k) bits |= std::uint64_t{p[k]} << 8 * (format.width - 1 - k);
   }
   negative = format.is_signed && (bits >> (8 * format.width - 1)) != 0;
   return static_cast<std::int64_t>(bits);

@@ -89,3 +89,37 @@ TEST(Batch, RefusesUnaddressableCountsBeforeAllocating) {
 
 }  // namespace
 }  // namespace tv
+
+namespace tv {
+namespace {
+
+TEST(Shuffle, CompiledShufflesGiveTheGathersBytes) {
+  if (!shuffles_available()) GTEST_SKIP() << "no SSSE3";
+  std::uint64_t state = 3;
+  for (std::size_t n : {1, 15, 16, 17, 24, 54, 64}) {
+    std::vector<std::uint8_t> moves;
+    for (int a = 0; a < 4; ++a) {
+      std::vector<std::uint8_t> perm(n);
+      std::iota(perm.begin(), perm.end(), 0);
+      for (std::size_t i = n; i > 1; --i) std::swap(perm[i - 1], perm[next_random(state) % i]);
+      moves.insert(moves.end(), perm.begin(), perm.end());
+    }
+    const ShuffleProgram program = compile_shuffles(moves.data(), 4, n);
+    std::vector<std::uint8_t> row(n), shuffled(n), gathered(n);
+    for (std::size_t s = 0; s < n; ++s) row[s] = static_cast<std::uint8_t>(200 - s);
+    const std::uint32_t walk[] = {0, 3, 1, 1, 2};
+    gathered = row;
+    for (std::uint32_t a : walk) {
+      std::vector<std::uint8_t> next(n);
+      for (std::size_t s = 0; s < n; ++s) next[s] = gathered[moves[a * n + s]];
+      shuffle_row(program, a, gathered.data(), n, shuffled.data());
+      EXPECT_EQ(shuffled, next) << n;
+      gathered = next;
+    }
+    shuffle_row_through(program, walk, 5, row.data());
+    EXPECT_EQ(row, gathered) << n;
+  }
+}
+
+}  // namespace
+}  // namespace tv
