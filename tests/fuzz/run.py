@@ -77,10 +77,11 @@ def run_target(target: str, seconds: float, limit: float) -> dict:
         command = [sys.executable, str(HERE / f"fuzz_{target}.py"), f"-artifact_prefix={work}/",
                    f"-max_total_time={int(left)}", "-timeout=30", "-rss_limit_mb=4096", "-print_final_stats=0",
                    str(corpus), str(seed_folder)]
-        result = subprocess.run(command, env=env, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
-                                errors="replace")
-        log = work / "last.log"
-        log.write_text(result.stdout)
+        # The output goes straight to a file: held here, it would swell this process, and the
+        # peak size of a process is inherited by the children it starts, whose libFuzzer then
+        # reports it as their own out-of-memory.
+        with open(work / "last.log", "wb") as log:
+            result = subprocess.run(command, env=env, stdout=log, stderr=subprocess.STDOUT)
         try:
             runs += int((work / f"fuzz_{target}.runs").read_text() or 0)
         except FileNotFoundError:
