@@ -226,7 +226,7 @@ def cyclotomic_like(n, *extra):
 def test_formerly_slow_inputs(p):
     start = time.monotonic()
     assert ours(p) == flint(p)
-    assert time.monotonic() - start < 120
+    assert time.monotonic() - start < 300  # seconds: only a hang, even under a sanitizer
 
 
 @settings(max_examples=25, deadline=None)
