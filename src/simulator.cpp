@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "builder.hpp"
+#include "interrupt.hpp"
 
 namespace tv {
 
@@ -156,6 +157,8 @@ Result<std::vector<Quaternion>> Simulator::stops(std::size_t grip_index) {
 }
 
 Status Simulator::turn(std::size_t grip_index, TurnChoice choice) {
+  // Long sequences (a scramble queue, written repeats, restore) end here when the caller asks.
+  TV_CHECK(check_interrupt());
   if (grip_index >= grips_.size()) return grip_index_failure(grip_index, grips_.size());
   drop_animation();
   const GripLayer grip = grips_[grip_index];
@@ -195,6 +198,7 @@ Result<bool> Simulator::undo() {
 
 Result<bool> Simulator::restore() {
   while (!history_.empty()) {
+    TV_CHECK(check_interrupt());
     TV_TRY(const bool undone, undo());
     if (!undone) return false;
   }

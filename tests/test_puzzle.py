@@ -1,6 +1,9 @@
 import math
+import os
 import random
+import signal
 import threading
+import time
 from concurrent.futures import ThreadPoolExecutor
 
 import pytest
@@ -264,3 +267,21 @@ def test_a_busy_puzzle_refuses_other_threads():
         leave.set()
         worker.join()
     assert p.history_length == 1
+
+
+@pytest.mark.parametrize("long_call", [
+    lambda: tv.Puzzle(CUBE3).apply("A4000000000"),
+    lambda: tv.Puzzle(CUBE3, scramble=2**32 - 1),
+])
+def test_ctrl_c_interrupts_long_sequences(long_call):
+    if threading.current_thread() is not threading.main_thread():
+        pytest.skip("signals reach the main thread only")
+    timer = threading.Timer(0.5, lambda: os.kill(os.getpid(), signal.SIGINT))
+    start = time.monotonic()
+    timer.start()
+    try:
+        with pytest.raises(KeyboardInterrupt):
+            long_call()
+    finally:
+        timer.cancel()
+    assert time.monotonic() - start < 30
