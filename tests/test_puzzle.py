@@ -1,5 +1,4 @@
 import math
-import random
 import threading
 from concurrent.futures import ThreadPoolExecutor
 
