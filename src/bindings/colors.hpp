@@ -1,11 +1,26 @@
-// Colors at the Python boundary: a tuple of exactly four integers from 0 to 255, (r, g, b, a),
-// held inside as one word with r in the lowest byte.
+// Fixed tuples at the Python boundary. A color is a tuple of exactly four integers from 0 to
+// 255, (r, g, b, a), held inside as one word with r in the lowest byte.
 #pragma once
 
 #include "bindings/args.hpp"
 #include "render/framebuffer.hpp"
 
 namespace tv::py {
+
+// Whether `object` is a tuple of exactly `size` items; raises the mismatch TypeError or a
+// ValueError naming both lengths when it is not.
+inline bool is_tuple_of_size(PyObject* object, Py_ssize_t size) {
+  if (!PyTuple_Check(object)) {
+    raise_mismatch(object, "tuple");
+    return false;
+  }
+  if (PyTuple_GET_SIZE(object) != size) {
+    PyErr_Format(PyExc_ValueError, "expected tuple of length %zd, but got tuple of length %zd", size,
+                 PyTuple_GET_SIZE(object));
+    return false;
+  }
+  return true;
+}
 
 struct ColorArgument {
   render::Color word = 0;
@@ -14,15 +29,7 @@ struct ColorArgument {
 template <>
 struct Converter<ColorArgument> {
   static bool convert(PyObject* object, ColorArgument& out) {
-    if (!PyTuple_Check(object)) {
-      raise_mismatch(object, "tuple");
-      return false;
-    }
-    const Py_ssize_t size = PyTuple_GET_SIZE(object);
-    if (size != 4) {
-      PyErr_Format(PyExc_ValueError, "expected tuple of length 4, but got tuple of length %zd", size);
-      return false;
-    }
+    if (!is_tuple_of_size(object, 4)) return false;
     render::Color word = 0;
     for (Py_ssize_t i = 0; i < 4; ++i) {
       std::uint8_t byte;

@@ -26,15 +26,7 @@ struct VectorArgument {
 template <>
 struct Converter<VectorArgument> {
   static bool convert(PyObject* object, VectorArgument& out) {
-    if (!PyTuple_Check(object)) {
-      raise_mismatch(object, "tuple");
-      return false;
-    }
-    const Py_ssize_t size = PyTuple_GET_SIZE(object);
-    if (size != 3) {
-      PyErr_Format(PyExc_ValueError, "expected tuple of length 3, but got tuple of length %zd", size);
-      return false;
-    }
+    if (!is_tuple_of_size(object, 3)) return false;
     for (Py_ssize_t i = 0; i < 3; ++i) {
       if (!Converter<double>::convert(PyTuple_GET_ITEM(object, i), out.value[i])) return false;
     }
