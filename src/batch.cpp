@@ -6,31 +6,10 @@
 #include <new>
 #include <type_traits>
 
-#include <tbb/blocked_range.h>
-#include <tbb/parallel_for.h>
-#include <tbb/partitioner.h>
-
 #include "pool.hpp"
 
 namespace tv {
 namespace {
-
-// Calls body(begin, end) over leaves of whole rows. oneTBB's auto partitioner cuts a range in
-// halves while its budget (the pool size, renewed when a worker steals a half) lasts, so a
-// leaf holds many rows; a body allocates its scratch once per leaf. One row runs here.
-template <class Body>
-void for_each_leaf(std::size_t rows, Body&& body) {
-  if (rows == 0) return;
-  if (rows == 1) {
-    body(std::size_t{0}, std::size_t{1});
-    return;
-  }
-  pool::run([&] {
-    tbb::parallel_for(tbb::blocked_range<std::size_t>(0, rows, 1),
-                      [&](const tbb::blocked_range<std::size_t>& r) { body(r.begin(), r.end()); },
-                      tbb::auto_partitioner());
-  });
-}
 
 template <class T>
 bool row_is_solved(const T* row, const std::vector<std::uint16_t>& colors) {
@@ -170,7 +149,7 @@ template <class T, class ActionOf>
 void move_rows(Tabular<T>& e, std::size_t n, std::vector<std::uint32_t>& last_moves,
                std::vector<std::vector<std::uint32_t>>& histories, const std::vector<std::uint16_t>& colors,
                ActionOf action_of, std::uint8_t* solved) {
-  for_each_leaf(last_moves.size(), [&](std::size_t begin, std::size_t end) {
+  pool::for_each_leaf(last_moves.size(), [&](std::size_t begin, std::size_t end) {
     for (std::size_t row = begin; row < end; ++row) {
       const std::uint32_t a = action_of(row);
       T* out = e.scratch.data() + row * n;
@@ -229,7 +208,7 @@ ArrayBuffer Batch::undo(const Selection& which) {
   std::visit(
       [&](auto& e) {
         using T = typename std::remove_reference_t<decltype(e.states)>::value_type;
-        for_each_leaf(count(), [&](std::size_t begin, std::size_t end) {
+        pool::for_each_leaf(count(), [&](std::size_t begin, std::size_t end) {
           std::vector<T> saved(n);
           for (std::size_t row = begin; row < end; ++row) {
             auto& history = histories_[row];
@@ -253,7 +232,7 @@ void Batch::solve(const Selection& which) {
   const std::size_t n = sticker_count();
   std::visit(
       [&](auto& e) {
-        for_each_leaf(count(), [&](std::size_t begin, std::size_t end) {
+        pool::for_each_leaf(count(), [&](std::size_t begin, std::size_t end) {
           for (std::size_t row = begin; row < end; ++row) {
             if (!which[row]) continue;
             fill_identity(e.states.data() + row * n, n);
@@ -272,7 +251,7 @@ void Batch::walk(const std::vector<std::uint32_t>& depths) {
   std::visit(
       [&](auto& e) {
         using T = typename std::remove_reference_t<decltype(e.states)>::value_type;
-        for_each_leaf(count(), [&](std::size_t begin, std::size_t end) {
+        pool::for_each_leaf(count(), [&](std::size_t begin, std::size_t end) {
           std::vector<T> other(n);
           for (std::size_t row = begin; row < end; ++row) {
             const std::uint32_t depth = depths[row];
@@ -315,7 +294,7 @@ ArrayBuffer Batch::observations() const {
   std::visit(
       [&](const auto& e) {
         const auto write = [&](auto* target) {
-          for_each_leaf(count(), [&](std::size_t begin, std::size_t end) {
+          pool::for_each_leaf(count(), [&](std::size_t begin, std::size_t end) {
             for (std::size_t i = begin * n; i < end * n; ++i)
               target[i] = static_cast<std::remove_pointer_t<decltype(target)>>(colors[e.states[i]]);
           });
@@ -346,7 +325,7 @@ ArrayBuffer Batch::one_hot() const {
   const auto& solved_colors = table_->solved_colors;
   std::visit(
       [&](const auto& e) {
-        for_each_leaf(count(), [&](std::size_t begin, std::size_t end) {
+        pool::for_each_leaf(count(), [&](std::size_t begin, std::size_t end) {
           for (std::size_t i = begin * n; i < end * n; ++i) target[i * colors + solved_colors[e.states[i]]] = 1;
         });
       },
@@ -366,7 +345,7 @@ ArrayBuffer Batch::solved() const {
   const std::size_t n = sticker_count();
   std::visit(
       [&](const auto& e) {
-        for_each_leaf(count(), [&](std::size_t begin, std::size_t end) {
+        pool::for_each_leaf(count(), [&](std::size_t begin, std::size_t end) {
           for (std::size_t row = begin; row < end; ++row)
             target[row] = row_is_solved(e.states.data() + row * n, table_->solved_colors) ? 1 : 0;
         });

@@ -63,6 +63,24 @@ void for_each(std::size_t n, Body&& body) {
   });
 }
 
+// Calls body(begin, end) over leaves of whole rows. oneTBB's auto partitioner cuts a range in
+// halves while its budget (the pool size, renewed when a worker steals a half) lasts, so a
+// leaf holds many rows and a body can allocate its scratch once per leaf. One row runs on the
+// calling thread.
+template <class Body>
+void for_each_leaf(std::size_t rows, Body&& body) {
+  if (rows == 0) return;
+  if (rows == 1) {
+    body(std::size_t{0}, std::size_t{1});
+    return;
+  }
+  run([&] {
+    tbb::parallel_for(tbb::blocked_range<std::size_t>(0, rows, 1),
+                      [&](const tbb::blocked_range<std::size_t>& r) { body(r.begin(), r.end()); },
+                      tbb::auto_partitioner());
+  });
+}
+
 // Like for_each, for a body that returns a Status: the first failure met stops the loop as
 // soon as the other parts look at the stop flag, and is returned. When several parts fail at
 // once, which failure is returned is not defined.
