@@ -45,6 +45,21 @@ Tabular<T> make_tabular(const std::vector<std::vector<std::uint32_t>>& permutati
 }
 
 // Whether the buffers of `count` copies can be addressed: the one-hot block is the largest.
+Failure out_of_memory(std::uint64_t count) {
+  return range_failure("there is not enough memory for " + std::to_string(count) + " puzzles");
+}
+
+// Gives the histories room for what a loop will append; running out of memory fails the call.
+template <class Reserve>
+Status make_room(Histories& histories, Reserve reserve) {
+  try {
+    reserve(histories);
+  } catch (const std::bad_alloc&) {
+    return out_of_memory(histories.copies());
+  }
+  return {};
+}
+
 bool addressable(std::uint64_t count, std::size_t n, std::size_t colors, std::size_t slot_bytes) {
   std::uint64_t cells = 0, bytes = 0;
   const std::uint64_t limit = static_cast<std::uint64_t>(std::numeric_limits<std::ptrdiff_t>::max());
@@ -92,9 +107,9 @@ Result<Batch> Batch::from_permutations(std::string query, std::shared_ptr<const 
     }
     batch.rng_.resize(count);
     batch.last_moves_.assign(count, kNoMove);
-    batch.histories_.resize(count);
+    batch.histories_ = Histories(count);
   } catch (const std::bad_alloc&) {
-    return range_failure("there is not enough memory for " + std::to_string(count) + " puzzles");
+    return out_of_memory(count);
   }
   for (std::uint64_t i = 0; i < count; ++i) batch.rng_[i] = i ^ kInitialRandomState;
   return batch;
@@ -102,8 +117,8 @@ Result<Batch> Batch::from_permutations(std::string query, std::shared_ptr<const 
 
 std::vector<std::uint64_t> Batch::move_counts() const {
   std::vector<std::uint64_t> counts;
-  counts.reserve(histories_.size());
-  for (const auto& h : histories_) counts.push_back(h.size());
+  counts.reserve(count());
+  for (std::size_t i = 0; i < count(); ++i) counts.push_back(histories_.size(i));
   return counts;
 }
 
@@ -146,20 +161,21 @@ void move_row_through(const Tabular<T>& e, const std::uint32_t* actions, std::si
 // Every row moves by action_of(row) into the second buffer, which then becomes the state; the
 // move enters the row's last move and history, and solved[row] is written when asked.
 template <class T, class ActionOf>
-void move_rows(Tabular<T>& e, std::size_t n, std::vector<std::uint32_t>& last_moves,
-               std::vector<std::vector<std::uint32_t>>& histories, const std::vector<std::uint16_t>& colors,
-               ActionOf action_of, std::uint8_t* solved) {
+Status move_rows(Tabular<T>& e, std::size_t n, std::vector<std::uint32_t>& last_moves, Histories& histories,
+                 const std::vector<std::uint16_t>& colors, ActionOf action_of, std::uint8_t* solved) {
+  TV_CHECK(make_room(histories, [](Histories& h) { h.reserve_each(1); }));
   pool::for_each_leaf(last_moves.size(), [&](std::size_t begin, std::size_t end) {
     for (std::size_t row = begin; row < end; ++row) {
       const std::uint32_t a = action_of(row);
       T* out = e.scratch.data() + row * n;
       move_row(e, a, e.states.data() + row * n, out, n);
       last_moves[row] = a;
-      histories[row].push_back(a);
+      histories.push(row, a);
       if (solved != nullptr) solved[row] = row_is_solved(out, colors) ? 1 : 0;
     }
   });
   e.states.swap(e.scratch);
+  return {};
 }
 
 }  // namespace
@@ -175,12 +191,12 @@ Result<std::pair<ArrayBuffer, ArrayBuffer>> Batch::step(const std::vector<std::u
   ArrayBuffer solved(ElementType::Flag, {count()});
   ArrayBuffer applied(ElementType::Flag, {count()});
   std::memset(applied.bytes(), 1, applied.byte_size());
-  std::visit(
+  TV_CHECK(std::visit(
       [&](auto& e) {
-        move_rows(e, sticker_count(), last_moves_, histories_, table_->solved_colors,
-                  [&](std::size_t row) { return actions[row]; }, solved.bytes());
+        return move_rows(e, sticker_count(), last_moves_, histories_, table_->solved_colors,
+                         [&](std::size_t row) { return actions[row]; }, solved.bytes());
       },
-      engine_);
+      engine_));
   return std::pair{std::move(solved), std::move(applied)};
 }
 
@@ -190,12 +206,12 @@ Result<std::uint64_t> Batch::apply(std::string_view text) {
   for (const Move& move : moves) {
     const auto a = static_cast<std::uint32_t>(move.action);
     for (std::uint32_t r = 0; r < move.repeat; ++r)
-      std::visit(
+      TV_CHECK(std::visit(
           [&](auto& e) {
-            move_rows(e, sticker_count(), last_moves_, histories_, table_->solved_colors,
-                      [a](std::size_t) { return a; }, nullptr);
+            return move_rows(e, sticker_count(), last_moves_, histories_, table_->solved_colors,
+                             [a](std::size_t) { return a; }, nullptr);
           },
-          engine_);
+          engine_));
     turns += move.repeat;
   }
   return turns;
@@ -211,15 +227,14 @@ ArrayBuffer Batch::undo(const Selection& which) {
         pool::for_each_leaf(count(), [&](std::size_t begin, std::size_t end) {
           std::vector<T> saved(n);
           for (std::size_t row = begin; row < end; ++row) {
-            auto& history = histories_[row];
-            if (!which[row] || history.empty()) continue;
-            const std::uint32_t a = history.back();
-            history.pop_back();
+            if (!which[row] || histories_.empty(row)) continue;
+            const std::uint32_t a = histories_.back(row);
+            histories_.pop(row);
             T* state = e.states.data() + row * n;
             const T* perm = e.moves.data() + std::size_t{a} * n;
             std::copy(state, state + n, saved.begin());
             for (std::size_t s = 0; s < n; ++s) state[perm[s]] = saved[s];
-            last_moves_[row] = history.empty() ? kNoMove : history.back();
+            last_moves_[row] = histories_.empty(row) ? kNoMove : histories_.back(row);
             out[row] = 1;
           }
         });
@@ -236,12 +251,17 @@ void Batch::solve(const Selection& which) {
           for (std::size_t row = begin; row < end; ++row) {
             if (!which[row]) continue;
             fill_identity(e.states.data() + row * n, n);
-            histories_[row].clear();
+            histories_.clear(row);
             last_moves_[row] = kNoMove;
           }
         });
       },
       engine_);
+}
+
+Status Batch::room_for_walks(const std::vector<std::uint32_t>& depths) {
+  if (action_count() == 0) return {};
+  return make_room(histories_, [&](Histories& h) { h.reserve(depths); });
 }
 
 void Batch::walk(const std::vector<std::uint32_t>& depths) {
@@ -256,15 +276,10 @@ void Batch::walk(const std::vector<std::uint32_t>& depths) {
           for (std::size_t row = begin; row < end; ++row) {
             const std::uint32_t depth = depths[row];
             if (depth == 0) continue;
-            auto& history = histories_[row];
-            const std::size_t start = history.size();
-            history.reserve(start + depth);
+            std::uint32_t* moves = histories_.append(row, depth);
             std::uint32_t last = last_moves_[row];
-            for (std::uint32_t k = 0; k < depth; ++k) {
-              last = walk_move(next_random(rng_[row]), last, actions);
-              history.push_back(last);
-            }
-            move_row_through(e, history.data() + start, depth, e.states.data() + row * n, other.data(), n);
+            for (std::uint32_t k = 0; k < depth; ++k) moves[k] = last = walk_move(next_random(rng_[row]), last, actions);
+            move_row_through(e, moves, depth, e.states.data() + row * n, other.data(), n);
             last_moves_[row] = last;
           }
         });
@@ -276,15 +291,18 @@ Status Batch::scramble(const std::vector<std::uint32_t>& depths) {
   if (depths.size() != count())
     return range_failure("got " + std::to_string(depths.size()) + " depths for " + std::to_string(count()) +
                          " puzzles");
+  TV_CHECK(room_for_walks(depths));
   walk(depths);
   return {};
 }
 
-void Batch::reset_where(const Selection& which, std::uint32_t depth) {
-  solve(which);
+Status Batch::reset_where(const Selection& which, std::uint32_t depth) {
   std::vector<std::uint32_t> depths(count());
   for (std::size_t i = 0; i < depths.size(); ++i) depths[i] = which[i] ? depth : 0;
+  TV_CHECK(room_for_walks(depths));
+  solve(which);
   walk(depths);
+  return {};
 }
 
 ArrayBuffer Batch::observations() const {

@@ -16,6 +16,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <utility>
 #include <variant>
@@ -23,6 +24,7 @@
 
 #include "array.hpp"
 #include "failure.hpp"
+#include "histories.hpp"
 #include "shuffle.hpp"
 #include "simulator.hpp"
 #include "symbolic.hpp"
@@ -75,7 +77,7 @@ class Batch {
   const StickerTable& table() const { return *table_; }
   const std::vector<std::uint64_t>& rng() const { return rng_; }
   const std::vector<std::uint32_t>& last_moves() const { return last_moves_; }
-  const std::vector<std::uint32_t>& history(std::uint64_t index) const { return histories_[index]; }
+  std::span<const std::uint32_t> history(std::uint64_t index) const { return histories_.of(index); }
   std::vector<std::uint64_t> move_counts() const;
 
   // Seeding clears the last move of the copies concerned and nothing else.
@@ -89,12 +91,10 @@ class Batch {
   ArrayBuffer undo(const Selection& which);
   // Selected copies back to the identity, histories and last moves cleared; rng kept.
   void solve(const Selection& which);
-  // Walks copy i depths[i] moves, continuing from its last move.
-  void walk(const std::vector<std::uint32_t>& depths);
   // One depth per copy: kind Range when the length is not count.
   Status scramble(const std::vector<std::uint32_t>& depths);
   // solve(which) then a walk of `depth` for each selected copy.
-  void reset_where(const Selection& which, std::uint32_t depth);
+  Status reset_where(const Selection& which, std::uint32_t depth);
   // The written moves, each for every copy; the number of turns each copy was asked for.
   Result<std::uint64_t> apply(std::string_view text);
 
@@ -108,12 +108,17 @@ class Batch {
  private:
   Batch() = default;
 
+  // Room in the histories for walks of depths[i] moves; fails only when memory runs out.
+  Status room_for_walks(const std::vector<std::uint32_t>& depths);
+  // Walks copy i depths[i] moves, continuing from its last move, within the room made before.
+  void walk(const std::vector<std::uint32_t>& depths);
+
   std::string query_;
   std::shared_ptr<const StickerTable> table_;
   std::optional<Simulator> base_;  // the solved puzzle the tables came from, kept for drawing
   std::vector<std::uint64_t> rng_;
   std::vector<std::uint32_t> last_moves_;
-  std::vector<std::vector<std::uint32_t>> histories_;
+  Histories histories_;
   TabularEngine engine_;
 };
 

@@ -113,7 +113,7 @@ PyObject* construct(PyTypeObject* type, Arguments& args) {
   Result<Batch> batch = released([&]() -> Result<Batch> {
     TV_TRY(Batch made, Batch::create(query, count));
     if (seed) made.seed_all(*seed);
-    if (scramble) made.reset_where(Selection(count, 1), *scramble);
+    if (scramble) TV_CHECK(made.reset_where(Selection(count, 1), *scramble));
     return made;
   });
   if (!batch) return raise_failure(batch.failure());
@@ -154,7 +154,8 @@ constexpr char kHistoryDoc[] = "history($self, index)\n--\n\nThe actions of copy
 PyObject* history(Self& self, Arguments& args) {
   std::uint64_t index = 0;
   if (!index_argument(args, 0, self.value.count(), index)) return nullptr;
-  return to_python(self.value.history(index));
+  const auto history = self.value.history(index);
+  return to_python(std::vector<std::uint32_t>(history.begin(), history.end()));
 }
 
 Py_ssize_t length(PyObject* object) {
@@ -199,8 +200,7 @@ constexpr char kResetDoc[] = "reset($self, *, scramble=0)\n--\n\nSolves every co
 PyObject* reset(Self& self, Arguments& args) {
   std::uint32_t depth = 0;
   if (!args.convert(depth)) return nullptr;
-  released([&] { self.value.reset_where(Selection(self.value.count(), 1), depth); });
-  Py_RETURN_NONE;
+  return to_python(released([&] { return self.value.reset_where(Selection(self.value.count(), 1), depth); }));
 }
 
 constexpr char kResetOneDoc[] =
@@ -211,8 +211,7 @@ PyObject* reset_one(Self& self, Arguments& args) {
   if (!index_argument(args, 0, self.value.count(), index) || !args.convert_one(1, depth)) return nullptr;
   Selection which(self.value.count(), 0);
   which[index] = 1;
-  released([&] { self.value.reset_where(which, depth); });
-  Py_RETURN_NONE;
+  return to_python(released([&] { return self.value.reset_where(which, depth); }));
 }
 
 constexpr char kResetWhereDoc[] =
@@ -223,8 +222,7 @@ PyObject* reset_where(Self& self, Arguments& args) {
   Selection which;
   std::uint32_t depth = 0;
   if (!which_argument(args, 0, self.value.count(), which) || !args.convert_one(1, depth)) return nullptr;
-  released([&] { self.value.reset_where(which, depth); });
-  Py_RETURN_NONE;
+  return to_python(released([&] { return self.value.reset_where(which, depth); }));
 }
 
 constexpr char kSolveDoc[] =

@@ -54,7 +54,7 @@ TEST_P(BatchWidths, StepWalkAndUndoAtEveryWidth) {
 
   // A walk by hand: one draw per move, the inverse of the last move sent on to the next grip.
   batch->seed_all(40);
-  batch->walk(std::vector<std::uint32_t>(5, 9));
+  ASSERT_TRUE(batch->scramble(std::vector<std::uint32_t>(5, 9)).ok());
   for (std::uint64_t row = 0; row < 5; ++row) {
     std::uint64_t state = 40 + row, shift = 0;
     std::uint32_t last = kNoMove;
@@ -72,6 +72,49 @@ INSTANTIATE_TEST_SUITE_P(Widths, BatchWidths,
                          testing::Values(std::pair<std::size_t, const char*>{300, "<u2"},
                                          std::pair<std::size_t, const char*>{70000, "<u4"},
                                          std::pair<std::size_t, const char*>{256, "|u1"}));
+
+// Histories against vectors, through blocks moved to the end of the pool and blocks kept by
+// clearing: uneven walks, steps for all, undos and clears, in a seeded mix.
+TEST(Histories, AgreeWithOneVectorPerCopy) {
+  constexpr std::size_t copies = 37;
+  Histories histories(copies);
+  std::vector<std::vector<std::uint32_t>> model(copies);
+  std::uint64_t state = 11;
+  std::uint32_t next = 0;
+  for (int round = 0; round < 400; ++round) {
+    const std::uint64_t kind = next_random(state) % 4;
+    if (kind == 0) {
+      histories.reserve_each(1);
+      for (std::size_t c = 0; c < copies; ++c) {
+        histories.push(c, next);
+        model[c].push_back(next++);
+      }
+    } else if (kind == 1) {
+      std::vector<std::uint32_t> extra(copies);
+      for (auto& e : extra) e = static_cast<std::uint32_t>(next_random(state) % 3 == 0 ? next_random(state) % 40 : 0);
+      histories.reserve(extra);
+      for (std::size_t c = 0; c < copies; ++c) {
+        std::uint32_t* entries = histories.append(c, extra[c]);
+        for (std::uint32_t k = 0; k < extra[c]; ++k) model[c].push_back(entries[k] = next++);
+      }
+    } else {
+      for (std::size_t c = 0; c < copies; ++c) {
+        if (next_random(state) % 5 != 0 || model[c].empty()) continue;
+        if (kind == 2) {
+          histories.pop(c);
+          model[c].pop_back();
+        } else {
+          histories.clear(c);
+          model[c].clear();
+        }
+      }
+    }
+    for (std::size_t c = 0; c < copies; ++c) {
+      const auto h = histories.of(c);
+      ASSERT_EQ(std::vector<std::uint32_t>(h.begin(), h.end()), model[c]) << round << " " << c;
+    }
+  }
+}
 
 TEST(Batch, WidthRuleOnTheBound) {
   EXPECT_EQ(whole_type_for_bound(256), ElementType::U8);
