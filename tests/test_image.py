@@ -83,6 +83,7 @@ def test_blit_blends_the_clipped_source(target, src, x, y, src_x, src_y, src_wid
 
 @given(images(max_side=14), st.integers(1, 16))
 @example(tv.Image.from_bytes(2, 1, bytes([0, 0, 0, 255, 0, 0, 0, 0])), 2)  # alpha (255 + 2) // 4 is 64, not 63
+@example(tv.Image.from_bytes(3, 2, bytes([255] * 24)), 2)  # every channel at its largest sum
 def test_downsample_is_a_rounded_block_mean(image, factor):
     h, w = image.height // factor, image.width // factor
     blocks = pixels(image)[:h * factor, :w * factor].reshape(h, factor, w, factor, 4).sum((1, 3))

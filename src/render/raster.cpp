@@ -233,33 +233,69 @@ class BandFiller {
     if (area == 0) return;
     const Material& material = scratch_.materials[t.material];
     const double bias = depth_bias(t, area, material);
-    const double inverse_area = 1 / area;
     const BlendMode mode = blend_mode_from_number(material.blend);
-    const double px = x0 + 0.5;
-    const double py = y0 + 0.5;
-    Edge e0(v1, v2, px, py), e1(v2, v0, px, py), e2(v0, v1, px, py);
-    const std::size_t width = frame_.color.width();
+    Edge e0(v1, v2, px_of(x0), px_of(y0)), e1(v2, v0, px_of(x0), px_of(y0)), e2(v0, v1, px_of(x0), px_of(y0));
+    const Shading shading{t, material, mode, bias, 1 / area};
     for (std::uint32_t y = y0; y <= y1; ++y) {
-      double w0 = e0.value, w1 = e1.value, w2 = e2.value;
-      const std::span<Color> colors = frame_.color.row(y);
-      float* depths = frame_.depth.data() + y * width;
-      for (std::uint32_t x = x0; x <= x1; ++x) {
-        const bool covered = area > 0 ? (w0 >= 0 && w1 >= 0 && w2 >= 0) : (w0 <= 0 && w1 <= 0 && w2 <= 0);
-        if (covered) {
-          const auto depth = static_cast<float>((v0.depth * w0 + v1.depth * w1 + v2.depth * w2) * inverse_area + bias);
-          // A stored depth that is not strictly greater keeps the pixel; so does NaN.
-          if (!material.depth_test || depths[x] > depth) {
-            if (material.depth_write) depths[x] = depth;
-            colors[x] = blend(colors[x], t.color, mode);
-          }
-        }
-        w0 += e0.step_x;
-        w1 += e1.step_x;
-        w2 += e2.step_x;
+      if (area > 0) {
+        fill_row<true>(y, x0, x1, {e0.value, e1.value, e2.value}, {e0.step_x, e1.step_x, e2.step_x}, shading);
+      } else {
+        fill_row<false>(y, x0, x1, {e0.value, e1.value, e2.value}, {e0.step_x, e1.step_x, e2.step_x}, shading);
       }
       e0.value += e0.step_y;
       e1.value += e1.step_y;
       e2.value += e2.step_y;
+    }
+  }
+
+  static double px_of(std::uint32_t x) { return x + 0.5; }
+
+  struct Shading {
+    const ScreenTriangle& triangle;
+    const Material& material;
+    BlendMode mode;
+    double bias;
+    double inverse_area;
+  };
+
+  // A sample is covered when all three edge values have the area's sign, zero included.
+  template <bool PositiveArea>
+  static bool covered(const std::array<double, 3>& w) {
+    if constexpr (PositiveArea) return (w[0] >= 0) & (w[1] >= 0) & (w[2] >= 0);
+    return (w[0] <= 0) & (w[1] <= 0) & (w[2] <= 0);
+  }
+
+  static void step(std::array<double, 3>& w, const std::array<double, 3>& by) {
+    w[0] += by[0];
+    w[1] += by[1];
+    w[2] += by[2];
+  }
+
+  // Adding a constant keeps each edge value monotone along the row (NaN stays NaN), so the
+  // covered samples of a row are one run: step to its start, shade it, and stop where it ends.
+  template <bool PositiveArea>
+  void fill_row(std::uint32_t y, std::uint32_t x0, std::uint32_t x1, std::array<double, 3> w,
+                const std::array<double, 3>& step_x, const Shading& s) {
+    std::uint32_t x = x0;
+    while (!covered<PositiveArea>(w)) {
+      if (x == x1) return;
+      step(w, step_x);
+      ++x;
+    }
+    const std::span<Color> colors = frame_.color.row(y);
+    float* depths = frame_.depth.data() + std::size_t{y} * frame_.color.width();
+    const auto& [v0, v1, v2] = s.triangle.vertices;
+    while (true) {
+      const auto depth = static_cast<float>((v0.depth * w[0] + v1.depth * w[1] + v2.depth * w[2]) * s.inverse_area + s.bias);
+      // A stored depth that is not strictly greater keeps the pixel; so does NaN.
+      if (!s.material.depth_test || depths[x] > depth) {
+        if (s.material.depth_write) depths[x] = depth;
+        colors[x] = blend(colors[x], s.triangle.color, s.mode);
+      }
+      if (x == x1) return;
+      step(w, step_x);
+      ++x;
+      if (!covered<PositiveArea>(w)) return;
     }
   }
 
