@@ -94,6 +94,7 @@ Result<Simulator> Simulator::from_recipe_text(std::string_view text) {
   sim.scale_ = built.scale;
   sim.scene_.meshes = render::build_scene(sim.pieces_.pieces);
   sim.scene_.arrow_mesh = render::arrow_mesh();
+  sim.scene_.arrow_ball = render::bounding_ball(sim.scene_.arrow_mesh);
   sim.refresh_orientations();
   TV_CHECK(sim.rederive_grips());
   return sim;

@@ -99,6 +99,20 @@ std::optional<double> ray_hit(const Vector3& origin, const Vector3& direction, c
   return t;
 }
 
+// True when the line of the ray passes the arrow's ball with room to spare, so that no triangle
+// of the arrow can be hit: the room (a millionth, relative and absolute) is far wider than the
+// rounding of the transformed corners and of the ray test, so skipping changes no answer.
+bool misses_ball(const Vector3& origin, const Vector3& direction, const Matrix4& model, const Ball& ball) {
+  const Vector3 centre = transformed(model, ball.centre);
+  double scale = 0.0;
+  for (int column = 0; column < 3; ++column) {
+    scale = std::max(scale, length({model[4 * column], model[4 * column + 1], model[4 * column + 2]}));
+  }
+  const double reach = ball.radius * scale * (1 + 1e-6) + 1e-6;
+  const double distance = length(cross(sub(centre, origin), direction));
+  return distance > reach;
+}
+
 }  // namespace
 
 std::vector<Point2> arrow_outline() {
@@ -157,6 +171,24 @@ std::vector<Triangle3> arrow_mesh() {
     mesh.push_back({lifted(a, 0.0), lifted(b, kThickness), lifted(a, kThickness)});
   }
   return mesh;
+}
+
+Ball bounding_ball(const std::vector<Triangle3>& mesh) {
+  if (mesh.empty()) return {};
+  Point3 low = mesh[0][0], high = mesh[0][0];
+  for (const Triangle3& t : mesh) {
+    for (const Point3& p : t) {
+      low = {std::min(low.x, p.x), std::min(low.y, p.y), std::min(low.z, p.z)};
+      high = {std::max(high.x, p.x), std::max(high.y, p.y), std::max(high.z, p.z)};
+    }
+  }
+  Ball ball{{(low.x + high.x) / 2, (low.y + high.y) / 2, (low.z + high.z) / 2}, 0.0};
+  for (const Triangle3& t : mesh) {
+    for (const Point3& p : t) {
+      ball.radius = std::max(ball.radius, length({p.x - ball.centre.x, p.y - ball.centre.y, p.z - ball.centre.z}));
+    }
+  }
+  return ball;
 }
 
 std::vector<ArrowInstance> place_arrows(const std::vector<GripLayer>& grips, const std::array<double, 4>& base_rotation) {
@@ -222,6 +254,7 @@ std::optional<std::uint32_t> arrow_at(const Scene& scene, const Camera& camera, 
   double nearest = std::numeric_limits<double>::infinity();
   for (std::uint32_t i = 0; i < scene.arrows.size(); ++i) {
     const Matrix4& model = scene.arrows[i].model;
+    if (misses_ball(origin, direction, model, scene.arrow_ball)) continue;
     for (const Triangle3& t : scene.arrow_mesh) {
       const auto hit = ray_hit(origin, direction, transformed(model, t[0]), transformed(model, t[1]), transformed(model, t[2]));
       if (hit && *hit < nearest) {

@@ -29,6 +29,9 @@ std::vector<std::array<std::uint32_t, 3>> ear_clip(const std::vector<Point2>& ou
 // The 112 triangles of the arrow solid: bottom, top, then two per outline edge.
 std::vector<Triangle3> arrow_mesh();
 
+// The ball about the centre of the mesh's bounding box that holds all its vertices.
+Ball bounding_ball(const std::vector<Triangle3>& mesh);
+
 // Two arrows per grip, in grip order. `base_rotation` is the PieceSet's (x, y, z, w).
 std::vector<ArrowInstance> place_arrows(const std::vector<GripLayer>& grips, const std::array<double, 4>& base_rotation);
 

@@ -70,9 +70,16 @@ struct ArrowInstance {
   Matrix4 model{};
 };
 
+// A ball holding every vertex of a mesh, in the mesh's own coordinates.
+struct Ball {
+  Point3 centre;
+  double radius = 0.0;
+};
+
 struct Scene {
   std::vector<PieceMesh> meshes;
   std::vector<Triangle3> arrow_mesh;
+  Ball arrow_ball;  // around arrow_mesh, so that the pointer's ray can pass an arrow at once
   std::vector<ArrowInstance> arrows;
 };
 
