@@ -6,6 +6,7 @@
 
 namespace tv {
 class Fraction;
+class Simulator;
 struct Recipe;
 }
 namespace tv::render {
@@ -33,12 +34,17 @@ PyObject* polyhedra_function(PyObject* module);
 PyObject* evaluate_function(PyObject* module);
 PyObject* non_jumbling_function(PyObject* module);
 PyObject* jumbles_function(PyObject* module);
+PyObject* build_many_function(PyObject* module);
+PyObject* render_many_function(PyObject* module);
 
 // The body of `evaluate(expr)` and `Real.parse(expr)`: the text parsed and evaluated exactly.
 PyObject* evaluate_expression(Arguments& args);
 
 // A new Puzzle built from the recipe with the interpreter released.
 PyObject* puzzle_from_recipe(const Recipe& recipe);
+
+// A new Puzzle holding `sim`.
+PyObject* puzzle_object(Simulator&& sim);
 
 // A new Image holding `image`.
 PyObject* image_object(render::Framebuffer&& image);

@@ -72,6 +72,8 @@ int exec_module(PyObject* module) {
                     register_attribute(module, "polyhedra", polyhedra_function(module)) &&
                     register_attribute(module, "evaluate", evaluate_function(module)) &&
                     register_attribute(module, "factor_polynomial", factor_polynomial_function(module)) &&
+                    register_attribute(module, "build_many", build_many_function(module)) &&
+                    register_attribute(module, "render_many", render_many_function(module)) &&
                     register_attribute(module, "thread_count", function_named(module, "thread_count")) &&
                     register_attribute(module, "jumbles", jumbles_function(module)) &&
                     register_attribute(module, "non_jumbling", non_jumbling_function(module)) &&

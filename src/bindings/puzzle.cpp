@@ -831,6 +831,8 @@ PyObject* puzzle_class() { return create_type<PuzzleClass>(type_spec); }
 PyObject* grip_class() { return create_type<GripClass>(grip_type_spec); }
 PyObject* jumbles_function(PyObject* module) { return PyCFunction_NewEx(&module_functions[0], nullptr, module); }
 
+PyObject* puzzle_object(Simulator&& sim) { return wrap<PuzzleClass>(std::move(sim)); }
+
 PyObject* puzzle_from_recipe(const Recipe& recipe) {
   std::string query;
   if (!take_result(query_text(recipe), query)) return nullptr;
