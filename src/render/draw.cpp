@@ -13,10 +13,12 @@ namespace tv::render {
 
 namespace {
 
-constexpr Color kEdgeColor = 0xff000000;
 constexpr std::array<double, 4> kIdentityRotation{0.0, 0.0, 0.0, 1.0};
 
-void add_pieces(const Simulator& sim, std::uint32_t s, std::vector<DrawItem>& items) {
+}  // namespace
+
+void add_piece_items(const Simulator& sim, std::uint32_t s, std::span<const std::vector<Color>> fill_colors,
+                     Color edge_color, std::vector<DrawItem>& items) {
   const ViewSettings& view = sim.view();
   const auto& meshes = sim.scene().meshes;
   const auto& orientations = sim.orientations();
@@ -27,7 +29,7 @@ void add_pieces(const Simulator& sim, std::uint32_t s, std::vector<DrawItem>& it
       DrawItem fill;
       fill.model = model;
       fill.triangles = mesh.triangles;
-      fill.colors = mesh.colors;
+      fill.colors = fill_colors.empty() ? std::span<const Color>(mesh.colors) : std::span<const Color>(fill_colors[i]);
       fill.cull = CullMode::Back;
       fill.blend = 0;
       fill.depth_write = fill.depth_test = true;
@@ -38,7 +40,7 @@ void add_pieces(const Simulator& sim, std::uint32_t s, std::vector<DrawItem>& it
       edges.model = model;
       edges.segments = mesh.outline;
       edges.line_width = s * view.line_width;
-      edges.segment_color = kEdgeColor;
+      edges.segment_color = edge_color;
       edges.polygon_offset = {true, -1.0f, -4.0f};
       edges.cull = CullMode::None;
       edges.blend = 0;
@@ -47,6 +49,26 @@ void add_pieces(const Simulator& sim, std::uint32_t s, std::vector<DrawItem>& it
     }
   }
 }
+
+std::optional<Matrix4> frame_transform(const Simulator& sim, std::uint32_t width, std::uint32_t height) {
+  Camera camera = sim.camera();
+  camera.aspect = height == 0 ? 1.0 : static_cast<double>(width) / static_cast<double>(height);
+  const auto view_transform = view_matrix(camera);
+  if (!view_transform) return std::nullopt;
+  return multiply(projection_matrix(camera), *view_transform);
+}
+
+Status check_working_size(std::uint32_t width, std::uint32_t height, std::uint64_t s) {
+  const std::uint64_t working_width = s * width, working_height = s * height;
+  if (working_width * working_height > kMaxWorkingPixels || working_width > UINT32_MAX || working_height > UINT32_MAX) {
+    return range_failure("frame " + std::to_string(width) + "x" + std::to_string(height) + " at supersample " +
+                         std::to_string(s) + " needs more than " + std::to_string(kMaxWorkingPixels) +
+                         " working pixels");
+  }
+  return {};
+}
+
+namespace {
 
 // One color per arrow triangle, all the same word.
 DrawItem arrow_item(const Scene& scene, const ArrowInstance& arrow, const std::vector<Color>& colors) {
@@ -79,24 +101,17 @@ void add_arrows(const Simulator& sim, std::vector<Color>& normal, std::vector<Co
 Result<Framebuffer> draw_scene(const Simulator& sim, std::uint32_t width, std::uint32_t height) {
   const ViewSettings& view = sim.view();
   const std::uint64_t s = view.supersample == 0 ? 1 : view.supersample;
-  const std::uint64_t working_width = s * width, working_height = s * height;
-  if (working_width * working_height > kMaxWorkingPixels || working_width > UINT32_MAX || working_height > UINT32_MAX) {
-    return range_failure("frame " + std::to_string(width) + "x" + std::to_string(height) + " at supersample " +
-                         std::to_string(s) + " needs more than " + std::to_string(kMaxWorkingPixels) +
-                         " working pixels");
-  }
-  TV_TRY(RasterFrame frame, RasterFrame::create(static_cast<std::uint32_t>(working_width),
-                                                static_cast<std::uint32_t>(working_height), view.background));
-  Camera camera = sim.camera();
-  camera.aspect = height == 0 ? 1.0 : static_cast<double>(width) / static_cast<double>(height);
+  TV_CHECK(check_working_size(width, height, s));
+  TV_TRY(RasterFrame frame, RasterFrame::create(static_cast<std::uint32_t>(s * width),
+                                                static_cast<std::uint32_t>(s * height), view.background));
   // With no side vector to look along there is nothing to project: the frame stays background.
-  if (const auto view_transform = view_matrix(camera)) {
+  if (const auto transform = frame_transform(sim, width, height)) {
     std::vector<DrawItem> items;
     std::vector<Color> normal, hover;
-    add_pieces(sim, static_cast<std::uint32_t>(s), items);
+    add_piece_items(sim, static_cast<std::uint32_t>(s), {}, kEdgeColor, items);
     add_arrows(sim, normal, hover, items);
     RasterScratch scratch;
-    rasterize(scratch, frame, items, multiply(projection_matrix(camera), *view_transform));
+    rasterize(scratch, frame, items, *transform);
   }
   if (s == 1) return std::move(frame.color);
   return frame.color.downsample(static_cast<std::uint32_t>(s));

@@ -1,0 +1,85 @@
+// Pictures of a tabular batch by lookup. The solved puzzle is rasterized once with a code in
+// place of each color: below `slot_count` the sticker slot a sample shows, above it a fixed color
+// (`extras`: the background first, then inner faces and the outline color). A copy's frame is
+// then, for each sample, the color its state puts in that slot, box-averaged to the frame: no
+// geometry and no depth, just s * s lookups a pixel.
+//
+// A table depends only on the solved puzzle and the view it was drawn for (its key), so no move
+// of any copy touches it. A batch keeps the four most recently used.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <variant>
+#include <vector>
+
+#include "failure.hpp"
+#include "render/framebuffer.hpp"
+
+namespace tv {
+class Simulator;
+struct StickerTable;
+}  // namespace tv
+
+namespace tv::render {
+
+// The view a table was drawn for. Floats are kept as bit patterns, so that -0.0 and 0.0 are two
+// keys and a NaN matches itself.
+struct PaintKey {
+  std::array<std::uint64_t, 10> camera{};  // position, target, up, fov
+  std::uint64_t line_width = 0;
+  std::uint32_t width = 0, height = 0, supersample = 1;
+  Color background = 0;
+  bool show_edges = true, show_pieces = true;
+
+  bool operator==(const PaintKey&) const = default;
+};
+
+PaintKey paint_key(const Simulator& base, std::uint32_t width, std::uint32_t height);
+
+struct PaintTable {
+  PaintKey key;
+  // One code per sample of the working frame, row after row, at the narrowest width that holds
+  // every code.
+  std::variant<std::vector<std::uint8_t>, std::vector<std::uint16_t>, std::vector<std::uint32_t>> entries;
+  std::vector<Color> extras;
+  std::vector<Color> palette;  // drawn color per color id
+  std::uint32_t slot_count = 0, width = 0, height = 0, supersample = 1;
+};
+
+// Draws the solved `base` (arrows never) with codes for colors at width x height.
+Result<PaintTable> build_paint_table(const Simulator& base, const StickerTable& stickers, std::uint32_t width,
+                                     std::uint32_t height);
+
+// The color word of every code under one row of color ids (one per slot): a slot's word is
+// palette[colors[slot]], an extra's its own; anything past its list is opaque black.
+template <class ColorId>
+void code_words(const PaintTable& table, std::span<const ColorId> colors, std::vector<Color>& words);
+
+// A frame (width x height RGBA bytes, row after row) from the code words of one state.
+void paint_frame(const PaintTable& table, std::span<const Color> words, std::span<std::uint8_t> frame);
+
+// Copies a painted frame into its stretch of an output block: the first `channels` bytes of
+// each pixel, channels last or (with channels_first) one plane per channel; as bytes, or as
+// 32-bit floats byte / 255.
+void write_frame(std::span<const std::uint8_t> frame, std::uint32_t width, std::uint32_t height,
+                 std::uint32_t channels, bool channels_first, std::uint8_t* bytes, float* floats);
+
+// The four most recently used tables of a batch, the most recent first.
+class PaintTables {
+ public:
+  static constexpr std::size_t kKept = 4;
+
+  // The table of base's current view at width x height, moved to the front, or built and
+  // inserted there when no kept table has that key (the oldest then falls off).
+  Result<const PaintTable*> lookup(const Simulator& base, const StickerTable& stickers, std::uint32_t width,
+                                   std::uint32_t height);
+  const std::vector<std::unique_ptr<PaintTable>>& tables() const { return tables_; }
+
+ private:
+  std::vector<std::unique_ptr<PaintTable>> tables_;
+};
+
+}  // namespace tv::render
