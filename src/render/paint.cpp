@@ -177,16 +177,36 @@ void paint_frame(const PaintTable& table, std::span<const Color> words, std::spa
   std::visit([&](const auto& entries) { paint_entries(entries, table, words, frame.data()); }, table.entries);
 }
 
+namespace {
+
+template <class Out, class Convert>
+void copy_channels(const std::uint8_t* frame, std::size_t pixels, std::uint32_t channels, bool channels_first,
+                   Out* out, Convert convert) {
+  if (channels_first) {
+    for (std::uint32_t k = 0; k < channels; ++k) {
+      Out* plane = out + k * pixels;
+      for (std::size_t p = 0; p < pixels; ++p) plane[p] = convert(frame[4 * p + k]);
+    }
+    return;
+  }
+  for (std::size_t p = 0; p < pixels; ++p) {
+    for (std::uint32_t k = 0; k < channels; ++k) out[p * channels + k] = convert(frame[4 * p + k]);
+  }
+}
+
+}  // namespace
+
 void write_frame(std::span<const std::uint8_t> frame, std::uint32_t width, std::uint32_t height,
                  std::uint32_t channels, bool channels_first, std::uint8_t* bytes, float* floats) {
   const std::size_t pixels = std::size_t{width} * height;
-  for (std::size_t p = 0; p < pixels; ++p) {
-    for (std::uint32_t k = 0; k < channels; ++k) {
-      const std::size_t at = channels_first ? k * pixels + p : p * channels + k;
-      const std::uint8_t value = frame[4 * p + k];
-      if (bytes != nullptr) bytes[at] = value;
-      if (floats != nullptr) floats[at] = static_cast<float>(value) / 255.0f;
-    }
+  if (bytes != nullptr && channels == 4 && !channels_first) {
+    std::copy(frame.begin(), frame.begin() + 4 * pixels, bytes);
+  } else if (bytes != nullptr) {
+    copy_channels(frame.data(), pixels, channels, channels_first, bytes, [](std::uint8_t v) { return v; });
+  }
+  if (floats != nullptr) {
+    copy_channels(frame.data(), pixels, channels, channels_first, floats,
+                  [](std::uint8_t v) { return static_cast<float>(v) / 255.0f; });
   }
 }
 

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "failure.hpp"
+#include "pool.hpp"
 #include "render/framebuffer.hpp"
 
 namespace tv {
@@ -66,6 +67,32 @@ void paint_frame(const PaintTable& table, std::span<const Color> words, std::spa
 // 32-bit floats byte / 255.
 void write_frame(std::span<const std::uint8_t> frame, std::uint32_t width, std::uint32_t height,
                  std::uint32_t channels, bool channels_first, std::uint8_t* bytes, float* floats);
+
+// Paints `rows` frames into one block, row i into stretch i (channels * width * height elements,
+// bytes or floats): `words_of_row(i, words)` gives the code words of row i. Rows are split over
+// the pool by halving; a task keeps one frame and one word list for all its rows, so nothing is
+// allocated per row and the bytes never depend on the schedule.
+template <class WordsOfRow>
+void paint_block(const PaintTable& table, std::uint64_t rows, WordsOfRow words_of_row, std::uint32_t channels,
+                 bool channels_first, std::uint8_t* bytes, float* floats) {
+  const std::size_t pixels = std::size_t{table.width} * table.height;
+  const std::size_t stretch = pixels * channels;
+  const bool direct = bytes != nullptr && channels == 4 && !channels_first;
+  pool::for_each_leaf(rows, [&](std::size_t begin, std::size_t end) {
+    std::vector<Color> words;
+    std::vector<std::uint8_t> frame(direct ? 0 : pixels * 4);
+    for (std::size_t row = begin; row < end; ++row) {
+      words_of_row(row, words);
+      if (direct) {
+        paint_frame(table, words, {bytes + row * stretch, pixels * 4});
+        continue;
+      }
+      paint_frame(table, words, frame);
+      write_frame(frame, table.width, table.height, channels, channels_first,
+                  bytes != nullptr ? bytes + row * stretch : nullptr, floats != nullptr ? floats + row * stretch : nullptr);
+    }
+  });
+}
 
 // The four most recently used tables of a batch, the most recent first.
 class PaintTables {

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <set>
 #include <string>
@@ -127,6 +128,38 @@ TEST(PaintTables, KeepTheFourMostRecentlyUsedViews) {
   const PaintTable* nan = tables.tables().front().get();
   ASSERT_TRUE(tables.lookup(s.sim, *s.stickers, 12, 8).ok());
   EXPECT_EQ(tables.tables().front().get(), nan);
+}
+
+// Rows painted as one block, in any layout, are the rows painted one by one.
+TEST(PaintBlock, RowsLandInTheirOwnStretches) {
+  Solved s = solved("?shell=C$1&cut=C$1/3");
+  s.sim.view().supersample = 2;
+  auto table = build_paint_table(s.sim, *s.stickers, 24, 20);
+  ASSERT_TRUE(table.ok());
+  std::vector<std::vector<std::uint16_t>> rows(37, s.stickers->solved_colors);
+  for (std::size_t r = 0; r < rows.size(); ++r) std::rotate(rows[r].begin(), rows[r].begin() + r, rows[r].end());
+  const auto words_of_row = [&](std::size_t r, std::vector<Color>& words) {
+    code_words(*table, std::span<const std::uint16_t>(rows[r]), words);
+  };
+  const std::size_t pixels = 24 * 20;
+  for (std::uint32_t channels : {3u, 4u}) {
+    for (bool first : {false, true}) {
+      std::vector<std::uint8_t> bytes(rows.size() * pixels * channels);
+      std::vector<float> floats(bytes.size());
+      paint_block(*table, rows.size(), words_of_row, channels, first, bytes.data(), nullptr);
+      paint_block(*table, rows.size(), words_of_row, channels, first, nullptr, floats.data());
+      for (std::size_t r = 0; r < rows.size(); ++r) {
+        std::vector<Color> words;
+        words_of_row(r, words);
+        std::vector<std::uint8_t> frame(pixels * 4), one(pixels * channels);
+        paint_frame(*table, words, frame);
+        write_frame(frame, 24, 20, channels, first, one.data(), nullptr);
+        ASSERT_TRUE(std::equal(one.begin(), one.end(), bytes.begin() + r * one.size())) << r;
+        for (std::size_t i = 0; i < one.size(); ++i)
+          ASSERT_EQ(floats[r * one.size() + i], static_cast<float>(one[i]) / 255.0f);
+      }
+    }
+  }
 }
 
 TEST(WriteFrame, ChannelsLastFirstAndFloats) {
