@@ -108,10 +108,29 @@ def write_cube_picture(path: str) -> str:
     return os.path.abspath(path)
 
 
+SHEET = ["Rubik's Cube (3x3x3)", "Megaminx", "Pyraminx", "Skewb", "Helicopter Cube", "Dino Cube"]
+
+
+def write_catalog_sheet(path: str) -> str:
+    """Six catalog puzzles, each scrambled from its own seed, drawn at once across the worker pool
+    by render_many and laid out three to a row with their names."""
+    cell = 256
+    images = tv.render_many(SHEET, cell, cell, scramble=12, seed=2026, yaw=30, pitch=25)
+    sheet = tv.Image(3 * cell, 2 * cell, (255, 255, 255, 255))
+    for k, (name, image) in enumerate(zip(SHEET, images)):
+        x, y = cell * (k % 3), cell * (k // 3)
+        sheet.blit(image, x, y)
+        sheet.draw_text(x + cell // 2, y + cell - 20, name, color=(40, 40, 40, 255), center=True)
+    sheet.save(path)
+    return os.path.abspath(path)
+
+
 def main() -> None:
     parser = argparse.ArgumentParser(prog="python -m torvane", description="A short tour of torvane.")
     parser.add_argument("--out", default="torvane-demo.png",
                         help="where to write the demo picture (default: torvane-demo.png in the current folder)")
+    parser.add_argument("--sheet", default="torvane-sheet.png",
+                        help="where to write the picture of six puzzles (default: torvane-sheet.png)")
     args = parser.parse_args()
     print(f"torvane {tv.__version__}: {len(tv.__all__)} names, worker pool of {tv.thread_count()} threads\n")
     show_fractions()
@@ -127,6 +146,7 @@ def main() -> None:
     show_batch()
     print()
     print(f"The scrambled cube with its grip arrows, drawn by the built-in rasterizer: {write_cube_picture(args.out)}")
+    print(f"Six puzzles scrambled and drawn at once by render_many: {write_catalog_sheet(args.sheet)}")
 
 
 if __name__ == "__main__":
