@@ -1,6 +1,7 @@
-"""The drawing, camera and pointer surface of a Puzzle, driven by arbitrary arguments: frames have
-the size asked for, per-frame keywords leave the stored view as it was, and the pointer only ever
-names an arrow that exists and turns a grip that exists."""
+"""The drawing, camera and pointer surface of a Puzzle, and render_many, driven by arbitrary
+arguments: frames have the size asked for, per-frame keywords leave the stored view as it was,
+the pointer only ever names an arrow that exists and turns a grip that exists, and a list gives
+one picture per entry."""
 
 import math
 
@@ -20,7 +21,7 @@ def real(p: atheris.FuzzedDataProvider) -> float:
 
 
 def size(p: atheris.FuzzedDataProvider) -> int:
-    return p.PickValueInList([p.ConsumeIntInRange(0, 40), -1, 2**32, 100000])
+    return p.PickValueInList([p.ConsumeIntInRange(0, 40), -1, 2**32, 3000])
 
 
 def vector(p: atheris.FuzzedDataProvider):
@@ -71,7 +72,22 @@ def pointer(puzzle, p):
         assert 0 <= grip < puzzle.grip_count and direction in (-1, 1)
 
 
+ENTRIES = ["?shell=C$1&cut=C$1/2", "Pyraminx", "?shell=Q$1", "no such puzzle", 7, None, "?shell=T$1&cut=T$1/4"]
+
+
+def render_list(puzzle, p):
+    entries = [p.PickValueInList(ENTRIES) for _ in range(p.ConsumeIntInRange(0, 3))]
+    width, height = p.ConsumeIntInRange(0, 24), p.ConsumeIntInRange(0, 24)
+    extra = {name: value for name, value in [
+        ("supersample", p.PickValueInList([0, 1, 2, -1])), ("scramble", p.PickValueInList([0, 3, -1, 2**32])),
+        ("seed", p.PickValueInList([None, 0, 2**64 - 1, 2**64])), ("distance", p.PickValueInList([None, real(p)])),
+        ("yaw", real(p)), ("pitch", real(p)), ("background", setting(p, "background"))] if p.ConsumeBool()}
+    images = tv.render_many(entries, width, height, **extra)
+    assert [(i.width, i.height) for i in images] == [(width, height)] * len(entries)
+
+
 OPERATIONS = [
+    render_list,
     render,
     lambda puzzle, p: setattr(puzzle, p.PickValueInList(VIEW), setting(p, p.PickValueInList(VIEW))),
     lambda puzzle, p: puzzle.frame(real(p), size(p), size(p)),
