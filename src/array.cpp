@@ -1,5 +1,10 @@
 #include "array.hpp"
 
+#include <cstddef>
+#include <limits>
+#include <new>
+#include <string>
+
 #include "failure.hpp"
 
 namespace tv {
@@ -21,6 +26,29 @@ std::size_t itemsize_of(ElementType type) {
     case ElementType::U8: return 1;
     case ElementType::U16: return 2;
     default: return 4;
+  }
+}
+
+namespace {
+
+std::string shape_text(const std::vector<std::uint64_t>& shape) {
+  std::string text;
+  for (std::uint64_t axis : shape) text += (text.empty() ? "" : " x ") + std::to_string(axis);
+  return text;
+}
+
+}  // namespace
+
+Result<ArrayBuffer> allocate_array(ElementType type, const std::vector<std::uint64_t>& shape) {
+  std::uint64_t bytes = itemsize_of(type);
+  for (std::uint64_t axis : shape)
+    if (__builtin_mul_overflow(bytes, axis, &bytes) ||
+        bytes > static_cast<std::uint64_t>(std::numeric_limits<std::ptrdiff_t>::max()))
+      return range_failure("an array of " + shape_text(shape) + " values is too large to address");
+  try {
+    return ArrayBuffer(type, shape);
+  } catch (const std::bad_alloc&) {
+    return range_failure("there is not enough memory for an array of " + shape_text(shape) + " values");
   }
 }
 

@@ -12,6 +12,8 @@
 #include <span>
 #include <vector>
 
+#include "failure.hpp"
+
 namespace tv {
 
 static_assert(std::endian::native == std::endian::little, "arrays are written in host order, which must be little-endian");
@@ -56,6 +58,10 @@ class ArrayBuffer {
   std::vector<std::uint64_t> shape_;
   ElementType type_;
 };
+
+// A zero-filled block of this shape, refused with a Range failure rather than attempted when it
+// cannot be addressed or allocated.
+Result<ArrayBuffer> allocate_array(ElementType type, const std::vector<std::uint64_t>& shape);
 
 // A block of whole numbers below `bound`, each element of `values` widened or copied.
 template <class Source>

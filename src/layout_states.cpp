@@ -12,12 +12,6 @@
 namespace tv {
 namespace {
 
-std::string shape_text(const std::vector<std::uint64_t>& shape) {
-  std::string text;
-  for (std::uint64_t axis : shape) text += (text.empty() ? "" : " x ") + std::to_string(axis);
-  return text;
-}
-
 std::string move_out_of_range(std::uint64_t m, std::size_t count) {
   return "move " + std::to_string(m) + " out of range (have " + std::to_string(count) + ")";
 }
@@ -30,25 +24,10 @@ std::optional<std::uint64_t> first_at_or_above(std::span<const T> values, std::u
   return static_cast<std::uint64_t>(*it);
 }
 
-// A zero-filled array of this shape, refused rather than attempted when it cannot be addressed
-// or allocated.
-Result<ArrayBuffer> allocate(ElementType type, const std::vector<std::uint64_t>& shape) {
-  std::uint64_t bytes = itemsize_of(type);
-  for (std::uint64_t axis : shape)
-    if (__builtin_mul_overflow(bytes, axis, &bytes) ||
-        bytes > static_cast<std::uint64_t>(std::numeric_limits<std::ptrdiff_t>::max()))
-      return range_failure("an array of " + shape_text(shape) + " values is too large to address");
-  try {
-    return ArrayBuffer(type, shape);
-  } catch (const std::bad_alloc&) {
-    return range_failure("there is not enough memory for an array of " + shape_text(shape) + " values");
-  }
-}
-
 // `rows` rows of `width` elements, one axis less for a single state.
 Result<ArrayBuffer> block(ElementType type, StateRows rows, std::uint64_t width) {
-  if (rows.single) return allocate(type, {width});
-  return allocate(type, {rows.count, width});
+  if (rows.single) return allocate_array(type, {width});
+  return allocate_array(type, {rows.count, width});
 }
 
 // Calls body(out) with the buffer's elements as their own type.
@@ -315,9 +294,9 @@ Result<std::pair<ArrayBuffer, ArrayBuffer>> trajectories(const Layout& layout, s
   const std::size_t n = layout.facelet_count(), rows = depths.size();
   const std::uint64_t longest = depths.empty() ? 0 : *std::max_element(depths.begin(), depths.end());
   const std::uint64_t positions = longest + 1;
-  TV_TRY(ArrayBuffer moves_out, allocate(whole_type_for_bound(layout.move_count() + 1),
+  TV_TRY(ArrayBuffer moves_out, allocate_array(whole_type_for_bound(layout.move_count() + 1),
                                          {rows, std::max<std::uint64_t>(longest, 1)}));
-  TV_TRY(ArrayBuffer states_out, allocate(whole_type_for_bound(layout.value_bound()), {rows, positions, n}));
+  TV_TRY(ArrayBuffer states_out, allocate_array(whole_type_for_bound(layout.value_bound()), {rows, positions, n}));
   const std::uint64_t move_width = moves_out.shape()[1];
   as_whole(moves_out, [&](auto* recorded) {
     std::fill(recorded, recorded + rows * move_width, static_cast<std::remove_pointer_t<decltype(recorded)>>(layout.move_count()));
