@@ -1,7 +1,11 @@
-"""A short tour of torvane: ``python -m torvane [--out FILE]``."""
+"""A short tour of torvane: ``python -m torvane [--out FILE]``.
+
+``python -m torvane view [RECIPE]`` plays a puzzle in the browser instead (see ``_serve``).
+"""
 
 import argparse
 import os
+import sys
 
 import torvane as tv
 
@@ -150,4 +154,8 @@ def main() -> None:
 
 
 if __name__ == "__main__":
-    main()
+    if sys.argv[1:2] == ["view"]:
+        from torvane import _serve
+        _serve.main(sys.argv[2:])
+    else:
+        main()
