@@ -112,6 +112,8 @@ tsan_tbb() {
 
 test_setup() {
   system_setup test
+  # The player's browser tests drive a headless Chromium.
+  apt_packages chromium chromium-driver
   python_setup test
   build build/release -DTORVANE_TESTS=ON -DTORVANE_INPLACE=ON
 }

@@ -1,0 +1,142 @@
+"""The puzzle player as a person uses it: headless Chromium clicking, dragging and typing."""
+
+import base64
+import os
+import shutil
+import threading
+import time
+
+import pytest
+
+import torvane as tv
+from torvane import _serve
+
+webdriver = pytest.importorskip("selenium.webdriver", reason="selenium is not installed")
+from selenium.webdriver.common.action_chains import ActionChains  # noqa: E402
+from selenium.webdriver.common.by import By  # noqa: E402
+from selenium.webdriver.common.keys import Keys  # noqa: E402
+from selenium.webdriver.support.ui import Select  # noqa: E402
+
+CHROMIUM = shutil.which("chromium") or shutil.which("chromium-browser")
+DRIVER = shutil.which("chromedriver")
+pytestmark = pytest.mark.skipif(not (CHROMIUM and DRIVER), reason="Chromium and chromedriver are not installed "
+                                "(Debian: apt install chromium chromium-driver)")
+CUBE = "Rubik's Cube (3x3x3)"
+
+
+@pytest.fixture(scope="module")
+def server():
+    server = _serve.ViewerServer(0, _serve.viewer_factory(CUBE, 256, 0, None))
+    threading.Thread(target=server.serve_forever, daemon=True).start()
+    yield server
+    server.shutdown()
+    server.server_close()
+
+
+@pytest.fixture(scope="module")
+def browser():
+    options = webdriver.ChromeOptions()
+    options.binary_location = CHROMIUM
+    for argument in ("--headless=new", "--no-sandbox", "--disable-dev-shm-usage", "--window-size=700,900"):
+        options.add_argument(argument)
+    # Under the sanitizer run the interpreter preloads its runtime; the browser must not.
+    environment = {name: value for name, value in os.environ.items() if name != "LD_PRELOAD"}
+    driver = webdriver.Chrome(options=options, service=webdriver.ChromeService(DRIVER, env=environment))
+    yield driver
+    driver.quit()
+
+
+def wait_for(condition, timeout=30):
+    end = time.monotonic() + timeout
+    while time.monotonic() < end:
+        value = condition()
+        if value:
+            return value
+        time.sleep(0.05)
+    raise AssertionError("timed out")
+
+
+class Page:
+    """The page in the browser and the puzzle the server holds for it."""
+
+    def __init__(self, server, browser):
+        self.browser = browser
+        browser.get(server.url)
+        self.canvas = browser.find_element(By.TAG_NAME, "canvas")
+        self.viewer = wait_for(lambda: next(reversed(server.sessions._viewers.values()), None)
+                               if self.status() else None)
+        wait_for(self.at_rest)
+
+    def find(self, name):
+        return self.browser.find_element(By.CLASS_NAME, name)
+
+    def status(self):
+        return self.find("tv-status").text
+
+    def read(self, query):
+        """`query` of the server's puzzle, taken between two of the page's calls."""
+        with self.viewer.lock:
+            return query(self.viewer.puzzle)
+
+    def at_rest(self):
+        return self.browser.execute_script("return window.player && !window.player.state.moving")
+
+    def pixels(self):
+        data = self.browser.execute_script("return arguments[0].toDataURL('image/png')", self.canvas)
+        return base64.b64decode(data.split(",", 1)[1])
+
+    def offset(self, x, y):
+        """The offset from the canvas centre of the pointer position (x, y) from -1 to 1."""
+        size = self.canvas.size
+        return round(x * size["width"] / 2), round(-y * size["height"] / 2)
+
+
+@pytest.fixture
+def page(server, browser):
+    return Page(server, browser)
+
+
+def test_first_frame_and_a_click_on_an_arrow_turns_its_grip(page, tmp_path):
+    assert page.status().startswith(CUBE) and "solved" in page.status()
+    blank = page.pixels()
+    point, arrow = page.read(lambda puzzle: next(
+        ((i / 10, j / 10), puzzle.arrow_at(i / 10, j / 10)) for i in range(-10, 11) for j in range(-10, 11)
+        if puzzle.arrow_at(i / 10, j / 10) is not None))
+    reference = tv.Puzzle(CUBE)
+    reference.turn(arrow // 2, 2 * (arrow % 2) - 1)
+    ActionChains(page.browser).move_to_element_with_offset(page.canvas, *page.offset(*point)).click().perform()
+    wait_for(lambda: "1 moves · not solved" in page.status())
+    wait_for(page.at_rest)
+    assert page.read(tv.Puzzle.stickers) == reference.stickers()
+    assert page.pixels() != blank
+    page.browser.save_screenshot(str(tmp_path / "player.png"))
+
+
+def test_a_drag_orbits_the_camera(page):
+    start = page.read(lambda puzzle: puzzle.camera_position)
+    corner = page.offset(-0.97, -0.97)
+    (ActionChains(page.browser).move_to_element_with_offset(page.canvas, *corner).click_and_hold()
+     .move_by_offset(40, 0).move_by_offset(40, -20).release().perform())
+    wait_for(lambda: page.read(lambda puzzle: puzzle.camera_position) != start)
+    wait_for(page.at_rest)
+    assert page.read(lambda puzzle: puzzle.history_length) == 0
+
+
+def test_typed_moves_match_a_separate_puzzle(page):
+    page.find("tv-moves").send_keys("A B2' C", Keys.ENTER)
+    wait_for(lambda: page.read(lambda puzzle: puzzle.history_length) == 4)
+    reference = tv.Puzzle(CUBE)
+    reference.apply("A B2' C")
+    assert page.read(tv.Puzzle.stickers) == reference.stickers()
+    wait_for(lambda: "last moves: A B' B' C" in page.find("tv-last").text)
+    page.find("tv-undo").click()
+    wait_for(lambda: page.read(lambda puzzle: puzzle.history_length) == 3)
+
+
+def test_picking_a_catalog_name_and_a_refused_recipe(page):
+    Select(page.find("tv-picker")).select_by_visible_text("Pyraminx")
+    wait_for(lambda: page.status().startswith("Pyraminx"))
+    assert page.read(lambda puzzle: puzzle.query) == tv.Puzzle("Pyraminx").query
+    page.find("tv-recipe").send_keys("?shell=X$1", Keys.ENTER)
+    wait_for(lambda: "unknown polyhedron" in page.find("tv-error").text)
+    assert page.status().startswith("Pyraminx")
