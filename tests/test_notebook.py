@@ -52,20 +52,3 @@ def test_malformed_messages_get_an_error_reply(message):
     front = FakeFrontEnd(tv.Puzzle(CUBE))
     front.widget._receive(front.widget, {"id": 5, **message}, [])
     assert front.replies[-1][0]["id"] == 5 and front.replies[-1][0]["error"]
-
-
-def test_clicks_turn_the_given_puzzle_and_python_changes_show_up():
-    puzzle = tv.Puzzle(CUBE)
-    front = FakeFrontEnd(puzzle)
-    first = front.settle()
-    x, y = next((i / 10, j / 10) for i in range(-10, 11) for j in range(-10, 11)
-                if puzzle.arrow_at(i / 10, j / 10) is not None)
-    front.send("pointer", kind="down", x=x, y=y)
-    assert front.send("pointer", kind="up", x=x, y=y)[0]["state"]["moves"] == 1
-    assert puzzle.history_length == 1
-    turned = front.settle()
-    assert turned != first
-    assert front.send("hello")[0]["state"]["moving"] is False
-    puzzle.restore()
-    assert front.send("hello")[0]["state"]["moving"] is True
-    assert front.settle() != turned and front.send("hello")[0]["state"]["solved"] is True

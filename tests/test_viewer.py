@@ -30,26 +30,20 @@ def server():
     server.server_close()
 
 
-def request(server, method, path, body=None, headers=None):
+def request(server, method, path, body=None):
     connection = http.client.HTTPConnection(*server.server_address, timeout=60)
-    if isinstance(body, (dict, list)):
-        body = json.dumps(body)
-    connection.request(method, path, body=body, headers=headers or {})
+    connection.request(method, path, body=json.dumps(body) if isinstance(body, dict) else body)
     response = connection.getresponse()
-    data = response.read()
-    connection.close()
-    return response.status, response, data
+    return response.status, response, response.read()
 
 
 def open_session(server):
-    status, _, data = request(server, "POST", "/api/session", {})
-    assert status == 200
-    return json.loads(data)
+    return json.loads(request(server, "POST", "/api/session", {})[2])
 
 
-def command(server, session, name, args=None, status=200):
-    got, _, data = request(server, "POST", f"/api/{session}/{name}", args or {})
-    assert got == status, data
+def command(server, session, name, args=None):
+    status, _, data = request(server, "POST", f"/api/{session}/{name}", args or {})
+    assert status == 200, data
     return json.loads(data)
 
 
@@ -67,19 +61,10 @@ def puzzle_of(server, session):
     return server.sessions.get(session).puzzle
 
 
-def test_page_script_and_catalog_are_served(server):
-    status, response, page = request(server, "GET", "/")
-    assert status == 200 and response.getheader("Content-Type").startswith("text/html")
-    assert b'from "./viewer.js"' in page
-    status, response, script = request(server, "GET", "/viewer.js")
-    assert status == 200 and b"export async function mount" in script
-    opened = open_session(server)
-    assert opened["catalog"] == [name for name, *_ in tv.catalog()]
-    assert opened["state"]["label"] == CUBE and opened["state"]["solved"] is True
-
-
 def test_frames_come_as_png_or_the_same_pixels_raw(server):
-    session = open_session(server)["session"]
+    opened = open_session(server)
+    assert opened["catalog"] == [name for name, *_ in tv.catalog()] and opened["state"]["label"] == CUBE
+    session = opened["session"]
     settle(server, session)
     _, png_response, png = request(server, "GET", f"/api/{session}/frame?dt=0")
     _, raw_response, raw = request(server, "GET", f"/api/{session}/frame?dt=0&format=rgba")
@@ -90,31 +75,33 @@ def test_frames_come_as_png_or_the_same_pixels_raw(server):
     assert json.loads(raw_response.getheader("X-Torvane-State"))["size"] == SIZE
 
 
-@pytest.mark.parametrize("method, path, status", [
-    ("GET", "/index.html", 404),
-    ("GET", "/api/nosuchsession/frame", 404),
-    ("POST", "/api/nosuchsession/undo", 404),
-    ("POST", "/", 404),
-    ("POST", "/api/a/b/c", 404),
-    ("GET", "/api/session", 405),
-    ("GET", "/api/x/undo", 405),
+@pytest.mark.parametrize("method, path, body, status", [
+    ("GET", "/index.html", None, 404),
+    ("GET", "/api/nosuchsession/frame", None, 404),
+    ("POST", "/api/nosuchsession/undo", "{}", 404),
+    ("POST", "/api/a/b/c", "{}", 404),
+    ("POST", "/api/{session}/frame", "{}", 404),
+    ("POST", "/api/{session}/__init__", "{}", 404),
+    ("GET", "/api/{session}/undo", None, 405),
+    ("POST", "/api/{session}/apply", "x" * (_serve.BODY_LIMIT + 1), 413),
+    ("POST", "/api/{session}/apply", "{not json", 400),
+    ("POST", "/api/{session}/apply", "[1, 2]", 400),
+    ("POST", "/api/{session}/apply", b"\xff\xfe", 400),
 ])
-def test_unknown_paths_and_methods(server, method, path, status):
-    got, _, data = request(server, method, path, {} if method == "POST" else None)
+def test_unknown_paths_methods_and_bodies(server, method, path, body, status):
+    session = open_session(server)["session"]
+    got, _, data = request(server, method, path.format(session=session), body)
     assert got == status and "error" in json.loads(data)
+    assert puzzle_of(server, session).history_length == 0
 
 
 @pytest.mark.parametrize("name, args, message", [
     ("apply", {"moves": "A Q"}, "'Q' is not a move of this puzzle"),
     ("apply", {"moves": "A1001"}, "at most 1000 turns"),
-    ("apply", {"moves": 5}, "'moves' must be text"),
     ("load", {"recipe": "No Such Puzzle"}, 'no cataloged puzzle named "No Such Puzzle"'),
     ("load", {"recipe": "?shell=X$1"}, "unknown polyhedron"),
-    ("load", {"recipe": "  "}, "give a catalog name or a recipe"),
     ("pointer", {"kind": "down", "x": "0", "y": 0}, "'x' must be a finite number"),
-    ("pointer", {"kind": "tap", "x": 0, "y": 0}, "'kind' must be"),
     ("wheel", {"delta": float("inf")}, "'delta' must be a finite number"),
-    ("scramble", {"count": -1}, "'count' must be a whole number"),
     ("scramble", {"count": 5, "seed": 2**64}, "'seed' must be"),
 ])
 def test_refused_input_leaves_the_puzzle_as_it_was(server, name, args, message):
@@ -127,70 +114,16 @@ def test_refused_input_leaves_the_puzzle_as_it_was(server, name, args, message):
     assert puzzle_of(server, session).stickers() == before
 
 
-@pytest.mark.parametrize("body, status", [
-    (b"x" * (_serve.BODY_LIMIT + 1), 413),
-    (b"{not json", 400),
-    (b"[1, 2]", 400),
-    (b"\xff\xfe", 400),
-])
-def test_bodies_over_the_limit_or_not_json_objects(server, body, status):
-    session = open_session(server)["session"]
-    got, _, _ = request(server, "POST", f"/api/{session}/apply", body)
-    assert got == status
-    assert puzzle_of(server, session).history_length == 0
-
-
-def test_unknown_command_is_404(server):
-    session = open_session(server)["session"]
-    command(server, session, "__init__", status=404)
-    command(server, session, "frame", status=404)
-
-
-def test_move_text_matches_a_separate_puzzle_and_names_each_turn(server):
-    session = open_session(server)["session"]
+def test_move_text_undo_restore_and_a_second_tab(server):
+    session, other = open_session(server)["session"], open_session(server)["session"]
     state = command(server, session, "apply", {"moves": "A B2' C"})
     reference = tv.Puzzle(CUBE)
     reference.apply("A B2' C")
     assert puzzle_of(server, session).stickers() == reference.stickers()
     assert state["last"] == "A B' B' C" and state["moves"] == 4 and state["solved"] is False
+    assert puzzle_of(server, other).history_length == 0
     assert command(server, session, "undo")["last"] == "A B' B'"
     assert command(server, session, "restore")["solved"] is True
-
-
-def test_sessions_hold_separate_puzzles(server):
-    first, second = open_session(server)["session"], open_session(server)["session"]
-    assert first != second
-    command(server, first, "apply", {"moves": "A"})
-    assert puzzle_of(server, first).history_length == 1
-    assert puzzle_of(server, second).history_length == 0
-    command(server, second, "load", {"recipe": "Megaminx"})
-    assert puzzle_of(server, first).piece_count == 26
-
-
-def arrow_point(puzzle):
-    """A pointer position over some arrow, found by asking the puzzle, and that arrow."""
-    for i in range(-20, 21):
-        for j in range(-20, 21):
-            arrow = puzzle.arrow_at(i / 20, j / 20)
-            if arrow is not None:
-                return (i / 20, j / 20), arrow
-    raise AssertionError("no arrow in view")
-
-
-def test_a_click_on_an_arrow_turns_its_grip(server):
-    session = open_session(server)["session"]
-    puzzle = puzzle_of(server, session)
-    (x, y), arrow = arrow_point(puzzle)
-    grip, direction = arrow // 2, 2 * (arrow % 2) - 1
-    reference = tv.Puzzle(CUBE)
-    reference.turn(grip, direction)
-    for kind in ("move", "down", "up"):
-        state = command(server, session, "pointer", {"kind": kind, "x": x, "y": y})
-    assert state["moving"] and state["moves"] == 1
-    assert puzzle.stickers() == reference.stickers()
-    action = reference.actions.index(state["last"])
-    assert action % 2 == (direction < 0)
-    assert settle(server, session) > 5
 
 
 def test_a_drag_orbits_the_camera_until_it_coasts_to_rest(server):
@@ -206,30 +139,17 @@ def test_a_drag_orbits_the_camera_until_it_coasts_to_rest(server):
     assert puzzle.camera_position != start and puzzle.history_length == 0
     at_rest = puzzle.camera_position
     assert settle(server, session) == 1 and puzzle.camera_position == pytest.approx(at_rest, abs=1e-3)
-
-
-def test_wheel_changes_the_distance_within_bounds(server):
-    session = open_session(server)["session"]
-    puzzle = puzzle_of(server, session)
-    command(server, session, "wheel", {"delta": 100})
-    assert puzzle.distance > 12.0
-    for _ in range(20):
+    for _ in range(10):
         command(server, session, "wheel", {"delta": -500})
     assert puzzle.distance == pytest.approx(2.5)
 
 
-def test_scramble_shows_its_seed_and_animates_every_turn(server):
+def test_scramble_shows_its_seed_and_a_puzzle_off_its_lattice_shows_a_note(server):
     session = open_session(server)["session"]
     state = command(server, session, "scramble", {"count": 4, "seed": 99})
     assert state["seed"] == 99 and state["moving"]
     settle(server, session)
     assert puzzle_of(server, session).stickers() == tv.Puzzle(CUBE, seed=99, scramble=4).stickers()
-    assert isinstance(command(server, session, "scramble", {"count": 1})["seed"], int)
-    assert command(server, session, "reset")["moves"] == 0
-
-
-def test_a_puzzle_off_its_lattice_shows_a_note(server):
-    session = open_session(server)["session"]
     command(server, session, "load", {"recipe": "Helicopter Cube"})
     state = command(server, session, "apply", {"moves": "A"})
     assert state["solved"] is None and "left its own lattice" in state["note"]
