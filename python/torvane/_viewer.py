@@ -198,6 +198,7 @@ class Viewer:
     def _do_restore(self, args):
         self.puzzle.restore()
         self.log = []
+        self.seed = None
 
     def _do_reset(self, args):
         self.puzzle.reset()
