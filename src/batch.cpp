@@ -74,11 +74,16 @@ Result<Batch> Batch::create(std::string query, std::uint64_t count) {
   TV_TRY(Simulator sim, Simulator::from_recipe_text(query));
   TV_TRY(auto table, sim.sticker_table());
   TV_TRY(auto derived, derive_action_permutations(sim));
-  if (!derived) {
-    return state_failure("this puzzle's moves are not fixed permutations of its stickers, and a batch of it "
-                         "cannot be made yet");
-  }
+  sim.view().show_arrows = false;
+  if (!derived) return from_simulators(std::move(query), std::move(table), count);
   return from_permutations(std::move(query), std::move(table), derived->permutations, count, std::move(sim));
+}
+
+Result<Batch> Batch::create_geometric(std::string query, std::uint64_t count) {
+  if (count == 0) return range_failure("a batch needs at least one puzzle");
+  TV_TRY(Simulator sim, Simulator::from_recipe_text(query));
+  TV_TRY(auto table, sim.sticker_table());
+  return from_simulators(std::move(query), std::move(table), count);
 }
 
 Result<Batch> Batch::from_permutations(std::string query, std::shared_ptr<const StickerTable> table,
@@ -111,6 +116,48 @@ Result<Batch> Batch::from_permutations(std::string query, std::shared_ptr<const 
   } catch (const std::bad_alloc&) {
     return out_of_memory(count);
   }
+  for (std::uint64_t i = 0; i < count; ++i) batch.rng_[i] = i ^ kInitialRandomState;
+  return batch;
+}
+
+Result<Batch> Batch::from_simulators(std::string query, std::shared_ptr<const StickerTable> table,
+                                     std::uint64_t count) {
+  const std::size_t n = table->solved_colors.size();
+  if (!addressable(count, n, table->palette.size(), sizeof(std::uint32_t)) ||
+      count > std::vector<Simulator>().max_size())
+    return range_failure("a batch of " + std::to_string(count) + " puzzles of " + std::to_string(n) +
+                         " stickers is too large to address");
+  Batch batch;
+  std::vector<std::optional<Simulator>> built;
+  std::vector<std::optional<Failure>> failures;
+  try {
+    built.resize(count);
+    failures.resize(count);
+    batch.sims_.reserve(count);
+    batch.rng_.resize(count);
+    batch.last_moves_.assign(count, kNoMove);
+    batch.histories_ = Histories(count);
+  } catch (const std::bad_alloc&) {
+    return out_of_memory(count);
+  }
+  // Geometry is the expensive part, so every copy is built on its own task; the lowest
+  // failing copy's failure is the batch's (all copies build alike, so there is one kind).
+  pool::for_each_leaf(count, [&](std::size_t begin, std::size_t end) {
+    for (std::size_t i = begin; i < end; ++i) {
+      Result<Simulator> sim = Simulator::from_recipe_text(query);
+      if (sim) built[i].emplace(std::move(sim).value());
+      else failures[i] = std::move(sim).failure();
+    }
+  });
+  for (auto& failure : failures)
+    if (failure) return std::move(*failure);
+  for (auto& sim : built) {
+    sim->install_sticker_table(table);
+    sim->view().show_arrows = false;
+    batch.sims_.push_back(std::move(*sim));
+  }
+  batch.query_ = std::move(query);
+  batch.table_ = std::move(table);
   for (std::uint64_t i = 0; i < count; ++i) batch.rng_[i] = i ^ kInitialRandomState;
   return batch;
 }
@@ -188,6 +235,7 @@ Result<std::pair<ArrayBuffer, ArrayBuffer>> Batch::step(const std::vector<std::u
     if (a >= action_count())
       return range_failure("action " + std::to_string(a) + " out of range (have " + std::to_string(action_count()) +
                            ")");
+  if (!is_tabular()) return step_copies(actions, true);
   ArrayBuffer solved(ElementType::Flag, {count()});
   ArrayBuffer applied(ElementType::Flag, {count()});
   std::memset(applied.bytes(), 1, applied.byte_size());
@@ -205,19 +253,29 @@ Result<std::uint64_t> Batch::apply(std::string_view text) {
   std::uint64_t turns = 0;
   for (const Move& move : moves) {
     const auto a = static_cast<std::uint32_t>(move.action);
-    for (std::uint32_t r = 0; r < move.repeat; ++r)
+    for (std::uint32_t r = 0; r < move.repeat; ++r) {
+      if (!is_tabular()) {
+        TV_CHECK(step_copies(std::vector<std::uint32_t>(count(), a), false));
+        continue;
+      }
       TV_CHECK(std::visit(
           [&](auto& e) {
             return move_rows(e, sticker_count(), last_moves_, histories_, table_->solved_colors,
                              [a](std::size_t) { return a; }, nullptr);
           },
           engine_));
+    }
     turns += move.repeat;
   }
   return turns;
 }
 
-ArrayBuffer Batch::undo(const Selection& which) {
+Result<ArrayBuffer> Batch::undo(const Selection& which) {
+  if (!is_tabular()) return undo_copies(which);
+  return tabular_undo(which);
+}
+
+ArrayBuffer Batch::tabular_undo(const Selection& which) {
   ArrayBuffer undone(ElementType::Flag, {count()});
   std::uint8_t* out = undone.bytes();
   const std::size_t n = sticker_count();
@@ -243,7 +301,8 @@ ArrayBuffer Batch::undo(const Selection& which) {
   return undone;
 }
 
-void Batch::solve(const Selection& which) {
+Status Batch::solve(const Selection& which) {
+  if (!is_tabular()) return solve_copies(which);
   const std::size_t n = sticker_count();
   std::visit(
       [&](auto& e) {
@@ -257,6 +316,7 @@ void Batch::solve(const Selection& which) {
         });
       },
       engine_);
+  return {};
 }
 
 Status Batch::room_for_walks(const std::vector<std::uint32_t>& depths) {
@@ -264,9 +324,15 @@ Status Batch::room_for_walks(const std::vector<std::uint32_t>& depths) {
   return make_room(histories_, [&](Histories& h) { h.reserve(depths); });
 }
 
-void Batch::walk(const std::vector<std::uint32_t>& depths) {
+Status Batch::walk(const std::vector<std::uint32_t>& depths) {
+  if (action_count() == 0) return {};
+  if (!is_tabular()) return walk_copies(depths);
+  tabular_walk(depths);
+  return {};
+}
+
+void Batch::tabular_walk(const std::vector<std::uint32_t>& depths) {
   const std::uint64_t actions = action_count();
-  if (actions == 0) return;
   const std::size_t n = sticker_count();
   std::visit(
       [&](auto& e) {
@@ -292,20 +358,18 @@ Status Batch::scramble(const std::vector<std::uint32_t>& depths) {
     return range_failure("got " + std::to_string(depths.size()) + " depths for " + std::to_string(count()) +
                          " puzzles");
   TV_CHECK(room_for_walks(depths));
-  walk(depths);
-  return {};
+  return walk(depths);
 }
 
 Status Batch::reset_where(const Selection& which, std::uint32_t depth) {
   std::vector<std::uint32_t> depths(count());
   for (std::size_t i = 0; i < depths.size(); ++i) depths[i] = which[i] ? depth : 0;
   TV_CHECK(room_for_walks(depths));
-  solve(which);
-  walk(depths);
-  return {};
+  TV_CHECK(solve(which));
+  return walk(depths);
 }
 
-ArrayBuffer Batch::observations() const {
+ArrayBuffer Batch::tabular_observations() const {
   const std::size_t n = sticker_count();
   ArrayBuffer out(whole_type_for_bound(color_count()), {count(), n});
   const auto& colors = table_->solved_colors;
@@ -327,7 +391,7 @@ ArrayBuffer Batch::observations() const {
   return out;
 }
 
-ArrayBuffer Batch::sticker_ids() const {
+ArrayBuffer Batch::tabular_sticker_ids() const {
   return std::visit(
       [&](const auto& e) {
         using T = typename std::remove_reference_t<decltype(e.states)>::value_type;
@@ -336,7 +400,7 @@ ArrayBuffer Batch::sticker_ids() const {
       engine_);
 }
 
-ArrayBuffer Batch::one_hot() const {
+ArrayBuffer Batch::tabular_one_hot() const {
   const std::size_t n = sticker_count(), colors = color_count();
   ArrayBuffer out(ElementType::U8, {count(), n * colors});
   std::uint8_t* target = out.bytes();
@@ -351,13 +415,8 @@ ArrayBuffer Batch::one_hot() const {
   return out;
 }
 
-ArrayBuffer Batch::action_masks() const {
-  ArrayBuffer out(ElementType::Flag, {count(), action_count()});
-  std::memset(out.bytes(), 1, out.byte_size());
-  return out;
-}
 
-ArrayBuffer Batch::solved() const {
+ArrayBuffer Batch::tabular_solved() const {
   ArrayBuffer out(ElementType::Flag, {count()});
   std::uint8_t* target = out.bytes();
   const std::size_t n = sticker_count();

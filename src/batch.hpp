@@ -6,6 +6,12 @@
 // that holds the sticker count (8, 16 or 32 bits), and rows are kept as identities rather than
 // colors, because two states with the same colors can differ.
 //
+// A puzzle whose moves are not fixed permutations (it jumbles, or locks layers) is kept as one
+// Simulator per copy instead, all sharing one sticker table; the same operations then turn
+// geometry, and a move onto a locked layer is refused rather than made. A loop over such
+// copies runs every copy to its end and reports the lowest failing copy's failure, so what a
+// failed call leaves behind does not depend on the schedule either.
+//
 // Random walks draw from one SplitMix64 generator per copy and never immediately invert their
 // last move: a draw that would is sent on to the next grip, keeping its direction bit, so a
 // walk move costs exactly one draw. Every loop over copies runs on the worker pool with whole
@@ -25,6 +31,7 @@
 #include "array.hpp"
 #include "failure.hpp"
 #include "histories.hpp"
+#include "render/scene.hpp"
 #include "shuffle.hpp"
 #include "simulator.hpp"
 #include "symbolic.hpp"
@@ -62,14 +69,20 @@ using Selection = std::vector<std::uint8_t>;
 
 class Batch {
  public:
-  // Builds the puzzle once, derives its action permutations and makes `count` solved copies.
+  // Builds the puzzle once and derives its table and action permutations, then makes `count`
+  // solved copies: rows of slot numbers when the moves are fixed permutations, otherwise
+  // simulators built in parallel from the query, each given the one table. Arrows are off.
   static Result<Batch> create(std::string query, std::uint64_t count);
+  // Simulators for every copy whatever the puzzle's moves, so that the two ways can be
+  // compared on a puzzle that allows both.
+  static Result<Batch> create_geometric(std::string query, std::uint64_t count);
   // A batch over a table and permutations made elsewhere (tests use synthetic ones).
   static Result<Batch> from_permutations(std::string query, std::shared_ptr<const StickerTable> table,
                                          const std::vector<std::vector<std::uint32_t>>& permutations,
                                          std::uint64_t count, std::optional<Simulator> base);
 
   std::uint64_t count() const { return rng_.size(); }
+  bool is_tabular() const { return sims_.empty(); }
   std::size_t sticker_count() const { return table_->solved_colors.size(); }
   std::size_t color_count() const { return table_->palette.size(); }
   std::uint64_t action_count() const { return 2 * table_->grip_names.size(); }
@@ -87,31 +100,66 @@ class Batch {
   // One move per copy; fails with kind Range on a wrong length or an action out of range,
   // before anything changes. The answer is (solved, applied).
   Result<std::pair<ArrayBuffer, ArrayBuffer>> step(const std::vector<std::uint32_t>& actions);
-  // Takes back the last move of each selected copy that has one; true where it did.
-  ArrayBuffer undo(const Selection& which);
-  // Selected copies back to the identity, histories and last moves cleared; rng kept.
-  void solve(const Selection& which);
-  // One depth per copy: kind Range when the length is not count.
+  // Takes back the last move of each selected copy that has one; true where it did. A copy
+  // whose last turned layer is locked now answers false and keeps its move.
+  Result<ArrayBuffer> undo(const Selection& which);
+  // Selected copies back to solved, histories and last moves cleared; rng kept. A simulator
+  // that cannot be walked back is rebuilt, keeping its view and camera.
+  Status solve(const Selection& which);
+  // Walks copy i depths[i] moves further, continuing from its last move; kind Range when the
+  // length is not count. A copy of simulators has a budget of eight draws a move: refused
+  // moves spend draws, so its walk may end short.
   Status scramble(const std::vector<std::uint32_t>& depths);
   // solve(which) then a walk of `depth` for each selected copy.
   Status reset_where(const Selection& which, std::uint32_t depth);
-  // The written moves, each for every copy; the number of turns each copy was asked for.
+  // The written moves, each for every copy (a copy that cannot make one stays behind); the
+  // number of turns each copy was asked for.
   Result<std::uint64_t> apply(std::string_view text);
 
-  ArrayBuffer observations() const;
-  ArrayBuffer sticker_ids() const;
-  ArrayBuffer one_hot() const;
-  ArrayBuffer action_masks() const;
-  ArrayBuffer solved() const;
+  // Copies' states from outside: colors in slot order, dealt out to the lowest free sticker of
+  // each color, or (`ids`) identities, which must be permutations. A single row of n values is
+  // put into every copy. Nothing changes unless every row passes; histories are emptied and
+  // last moves cleared, generators kept. Only copies held as rows can take a state.
+  Status set_states(std::vector<std::uint32_t> values, bool ids);
+
+  // The queries fail, changing nothing, when a copy of simulators has left its solved lattice.
+  Result<ArrayBuffer> observations();
+  Result<ArrayBuffer> sticker_ids();
+  Result<ArrayBuffer> one_hot();
+  Result<ArrayBuffer> action_masks();
+  Result<ArrayBuffer> solved();
+  // Each action's row of slot numbers; only for a batch held as rows.
   ArrayBuffer permutations() const;
 
+  // The view keywords, to the solved puzzle kept for drawing or to every copy, for good.
+  void configure(const render::ViewChange& change);
+  // The camera of that puzzle, or of the first copy.
+  const render::Camera& camera() const;
+
  private:
+  friend struct BatchTestAccess;
   Batch() = default;
+
+  static Result<Batch> from_simulators(std::string query, std::shared_ptr<const StickerTable> table,
+                                       std::uint64_t count);
+  ArrayBuffer tabular_undo(const Selection& which);
+  ArrayBuffer tabular_observations() const;
+  ArrayBuffer tabular_sticker_ids() const;
+  ArrayBuffer tabular_one_hot() const;
+  ArrayBuffer tabular_solved() const;
+  Status set_identities(std::vector<std::uint32_t>& ids);
+
+  // The copies of simulators, stepped, walked, undone and solved one copy per task.
+  Result<std::pair<ArrayBuffer, ArrayBuffer>> step_copies(const std::vector<std::uint32_t>& actions, bool test_solved);
+  Status walk_copies(const std::vector<std::uint32_t>& depths);
+  Result<ArrayBuffer> undo_copies(const Selection& which);
+  Status solve_copies(const Selection& which);
 
   // Room in the histories for walks of depths[i] moves; fails only when memory runs out.
   Status room_for_walks(const std::vector<std::uint32_t>& depths);
   // Walks copy i depths[i] moves, continuing from its last move, within the room made before.
-  void walk(const std::vector<std::uint32_t>& depths);
+  Status walk(const std::vector<std::uint32_t>& depths);
+  void tabular_walk(const std::vector<std::uint32_t>& depths);
 
   std::string query_;
   std::shared_ptr<const StickerTable> table_;
@@ -119,7 +167,8 @@ class Batch {
   std::vector<std::uint64_t> rng_;
   std::vector<std::uint32_t> last_moves_;
   Histories histories_;
-  TabularEngine engine_;
+  TabularEngine engine_;          // the rows, when moves are fixed permutations
+  std::vector<Simulator> sims_;   // otherwise one simulator per copy, sharing table_
 };
 
 }  // namespace tv

@@ -323,13 +323,46 @@ Result<std::shared_ptr<const StickerTable>> Simulator::sticker_table() {
   TV_TRY(GripNames named, name_grips(rebuilt ? solved_grips : grips_));
   table.grip_names = std::move(named.names);
   table.action_planes = std::move(named.planes);
+  action_planes_ = planes_in_own_field(table.action_planes);
   sticker_table_ = std::make_shared<const StickerTable>(std::move(table));
   return sticker_table_;
 }
 
 void Simulator::install_sticker_table(std::shared_ptr<const StickerTable> table) {
+  action_planes_ = planes_in_own_field(table->action_planes);
   sticker_table_ = std::move(table);
   slot_memo_.clear();
+}
+
+std::vector<Plane> Simulator::planes_in_own_field(const std::vector<Plane>& planes) const {
+  std::vector<FieldRef> own;
+  for (const GripLayer& grip : grips_)
+    for (const AlgebraicNumber* x : {&grip.plane.a, &grip.plane.b, &grip.plane.c, &grip.plane.d})
+      if (std::find(own.begin(), own.end(), x->field()) == own.end()) own.push_back(x->field());
+  // Each foreign field is compared with ours once; a number whose field has no equal among
+  // ours keeps its own, and compares as before.
+  std::vector<std::pair<FieldRef, FieldRef>> renamed;
+  const auto home = [&](const AlgebraicNumber& x) {
+    if (std::find(own.begin(), own.end(), x.field()) != own.end()) return x;
+    auto known = std::find_if(renamed.begin(), renamed.end(), [&](const auto& r) { return r.first == x.field(); });
+    if (known == renamed.end()) {
+      FieldRef match;
+      for (const FieldRef& f : own) {
+        const Result<bool> same = equals(x.field(), f);
+        if (same.ok() && same.value()) {
+          match = f;
+          break;
+        }
+      }
+      known = renamed.insert(renamed.end(), {x.field(), match});
+    }
+    if (!known->second) return x;
+    return AlgebraicNumber::from_polynomial(known->second, x.polynomial());
+  };
+  std::vector<Plane> homed;
+  homed.reserve(planes.size());
+  for (const Plane& p : planes) homed.push_back(Plane{home(p.a), home(p.b), home(p.c), home(p.d)});
+  return homed;
 }
 
 Result<std::vector<std::uint32_t>> Simulator::sticker_ids() {
@@ -342,13 +375,19 @@ Result<std::vector<std::uint16_t>> Simulator::sticker_colors() {
   return tv::sticker_colors(*table, pieces_.pieces, slot_memo_);
 }
 
+Result<bool> Simulator::is_solved() {
+  TV_TRY(const auto table, sticker_table());
+  TV_TRY(const auto colors, sticker_colors());
+  return colors == table->solved_colors;
+}
+
 Result<bool> Simulator::apply_action(std::uint64_t action) {
   TV_TRY(const auto table, sticker_table());
   const std::uint64_t count = 2 * table->action_planes.size();
   if (action >= count) {
     return range_failure("action " + std::to_string(action) + " out of range (have " + std::to_string(count) + ")");
   }
-  const auto grip = current_grip(table->action_planes, grips_, action);
+  const auto grip = current_grip(action_planes_, grips_, action);
   if (!grip) return false;
   TV_CHECK(turn(*grip, TurnChoice::direction(action % 2 ? -1 : 1)));
   cancel_animation();
@@ -358,7 +397,7 @@ Result<bool> Simulator::apply_action(std::uint64_t action) {
 Result<std::vector<bool>> Simulator::action_mask() {
   TV_TRY(const auto table, sticker_table());
   std::vector<bool> mask(2 * table->action_planes.size());
-  for (std::uint64_t a = 0; a < mask.size(); ++a) mask[a] = current_grip(table->action_planes, grips_, a).has_value();
+  for (std::uint64_t a = 0; a < mask.size(); ++a) mask[a] = current_grip(action_planes_, grips_, a).has_value();
   return mask;
 }
 

@@ -118,8 +118,16 @@ class Simulator {
   Result<std::shared_ptr<const StickerTable>> sticker_table();
   // Shares a table made elsewhere for the same recipe; the slot memo belongs to a table.
   void install_sticker_table(std::shared_ptr<const StickerTable> table);
+  // The table's action planes with their numbers moved into this puzzle's own field objects.
+  // A table made by another build holds numbers of an equal field that is another object, and
+  // comparing across two objects asks whether the fields are equal, which reads the other
+  // field's interval under its lock and counts roots; settling that once here keeps every
+  // later grip lookup to comparisons of coefficients. Valid once sticker_table() succeeded.
+  const std::vector<Plane>& action_planes() const { return action_planes_; }
   Result<std::vector<std::uint32_t>> sticker_ids();
   Result<std::vector<std::uint16_t>> sticker_colors();
+  // Whether every slot shows its solved color; fails like sticker_colors off the lattice.
+  Result<bool> is_solved();
   // Makes action `action` at once, with no animation; false, with nothing changed, when its
   // layer is locked now. Past the table: kind Range.
   Result<bool> apply_action(std::uint64_t action);
@@ -162,6 +170,7 @@ class Simulator {
   Simulator() = default;
 
   Status step_animation(double dt_ms);
+  std::vector<Plane> planes_in_own_field(const std::vector<Plane>& planes) const;
   void drop_animation();
   void prepare_animation(const GripLayer& grip, double angle);
 
@@ -179,6 +188,7 @@ class Simulator {
   std::uint64_t move_count_ = 0;
   std::uint32_t scramble_queue_ = 0;
   std::shared_ptr<const StickerTable> sticker_table_;
+  std::vector<Plane> action_planes_;
   SlotMemo slot_memo_;
   render::Scene scene_;
   render::ViewSettings view_;

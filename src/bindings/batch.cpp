@@ -1,11 +1,13 @@
-// Python's PuzzleBatch: many copies of one puzzle whose moves are fixed permutations of its
-// sticker slots. Arguments are converted and array arguments read while the interpreter is
-// held, so a method that raises has changed nothing; the loops over copies run released.
+// Python's PuzzleBatch: many copies of one puzzle, stepped together, as rows of slot numbers
+// or as simulators. Arguments are converted and array arguments read while the interpreter is
+// held, so a method that raises on its arguments has changed nothing; the loops over copies
+// run released.
 #include <cstring>
 
 #include "batch.hpp"
 #include "bindings/arrays.hpp"
 #include "bindings/classes.hpp"
+#include "bindings/colors.hpp"
 #include "bindings/recipes.hpp"
 #include "bindings/results.hpp"
 
@@ -20,6 +22,11 @@ struct BatchClass {
 using Self = Instance<Batch>;
 
 PyObject* array_result(ArrayBuffer buffer) { return array_object(std::move(buffer)); }
+
+PyObject* array_result(Result<ArrayBuffer>&& result) {
+  if (!result) return raise_failure(result.failure());
+  return array_object(std::move(result).value());
+}
 
 bool raise_index(std::uint64_t index, std::uint64_t count) {
   PyErr_Format(PyExc_IndexError, "puzzle %llu out of range (have %llu)", static_cast<unsigned long long>(index),
@@ -96,22 +103,31 @@ bool which_argument(Arguments& args, std::size_t i, std::uint64_t count, Selecti
 // ---- construction ----
 
 constexpr char kDoc[] =
-    "PuzzleBatch(recipe, count, *, seed=None, scramble=None)\n--\n\n"
+    "PuzzleBatch(recipe, count, *, seed=None, scramble=None, background=None, supersample=None, show_edges=None, "
+    "show_pieces=None, line_width=None, fov=None, distance=None, yaw=None, pitch=None)\n--\n\n"
     "`count` copies of one puzzle, stepped together. `recipe` is a Recipe, a query string or a catalog name; "
-    "`seed` seeds copy i's generator with seed + i, and `scramble` walks every copy that many random moves.";
+    "`seed` seeds copy i's generator with seed + i, and `scramble` walks every copy that many random moves. "
+    "The view keywords are those of Puzzle (angles in degrees) and shape every picture of the batch.";
 
 PyObject* construct(PyTypeObject* type, Arguments& args) {
   std::uint64_t count = 0;
   std::optional<std::uint64_t> seed;
   std::optional<std::uint32_t> scramble;
+  render::ViewChange view;
   std::string query;
-  if (!args.convert_one(1, count) || !args.convert_one(2, seed) || !args.convert_one(3, scramble)) return nullptr;
+  if (!args.convert_one(1, count) || !args.convert_one(2, seed) || !args.convert_one(3, scramble) ||
+      !args.convert_one(4, view.background) || !args.convert_one(5, view.supersample) ||
+      !args.convert_one(6, view.show_edges) || !args.convert_one(7, view.show_pieces) ||
+      !args.convert_one(8, view.line_width) || !args.convert_one(9, view.fov) ||
+      !args.convert_one(10, view.distance) || !args.convert_one(11, view.yaw) || !args.convert_one(12, view.pitch))
+    return nullptr;
   if (!query_from(args[0], query)) {
     note_argument("recipe");
     return nullptr;
   }
   Result<Batch> batch = released([&]() -> Result<Batch> {
     TV_TRY(Batch made, Batch::create(query, count));
+    made.configure(view);
     if (seed) made.seed_all(*seed);
     if (scramble) TV_CHECK(made.reset_where(Selection(count, 1), *scramble));
     return made;
@@ -123,7 +139,7 @@ PyObject* construct(PyTypeObject* type, Arguments& args) {
 // ---- what the puzzle is, shared ----
 
 PyObject* query(Self& self) { return to_python(self.value.query()); }
-PyObject* is_tabular(Self&) { return to_python(true); }
+PyObject* is_tabular(Self& self) { return to_python(self.value.is_tabular()); }
 PyObject* sticker_count(Self& self) { return to_python(static_cast<std::uint64_t>(self.value.sticker_count())); }
 PyObject* action_count(Self& self) { return to_python(self.value.action_count()); }
 PyObject* color_count(Self& self) { return to_python(static_cast<std::uint64_t>(self.value.color_count())); }
@@ -131,7 +147,10 @@ PyObject* grip_names(Self& self) { return to_python(self.value.table().grip_name
 PyObject* solved_stickers(Self& self) { return to_python(self.value.table().solved_colors); }
 PyObject* palette(Self& self) { return to_python(self.value.table().palette); }
 PyObject* move_counts(Self& self) { return to_python(self.value.move_counts()); }
-PyObject* permutations(Self& self) { return array_result(self.value.permutations()); }
+PyObject* permutations(Self& self) {
+  if (!self.value.is_tabular()) Py_RETURN_NONE;
+  return array_result(self.value.permutations());
+}
 
 PyObject* actions(Self& self) {
   std::vector<std::string> names;
@@ -173,7 +192,8 @@ PyObject* repr(PyObject* object) {
     const Batch& b = self.value;
     const std::string text = "<PuzzleBatch " + std::to_string(b.count()) + " of " + b.query() +
                              " stickers=" + std::to_string(b.sticker_count()) +
-                             " actions=" + std::to_string(b.action_count()) + " tabular>";
+                             " actions=" + std::to_string(b.action_count()) +
+                             (b.is_tabular() ? " tabular>" : " geometric>");
     return to_python(text);
   });
 }
@@ -230,8 +250,7 @@ constexpr char kSolveDoc[] =
 PyObject* solve(Self& self, Arguments& args) {
   Selection which;
   if (!which_argument(args, 0, self.value.count(), which)) return nullptr;
-  released([&] { self.value.solve(which); });
-  Py_RETURN_NONE;
+  return to_python(released([&] { return self.value.solve(which); }));
 }
 
 constexpr char kScrambleDoc[] =
@@ -293,9 +312,41 @@ PyObject* apply(Self& self, Arguments& args) {
   return to_python(released([&] { return self.value.apply(text); }));
 }
 
+constexpr char kSetStatesDoc[] =
+    "set_states($self, states, *, ids=False)\n--\n\n"
+    "Puts states into the copies: one row of slot colors per copy (dealt out to the stickers of each color "
+    "in slot order), or with `ids` one arrangement of the stickers per copy. A single row goes into every "
+    "copy. Histories are emptied; nothing changes if any row is refused.";
+
+template <class T>
+bool read_states(PyObject* object, std::vector<std::uint32_t>& values) {
+  std::vector<T> read;
+  if (!read_array(object, read)) return false;
+  values.assign(read.begin(), read.end());
+  return true;
+}
+
+PyObject* set_states(Self& self, Arguments& args) {
+  bool ids = false;
+  if (!args.convert_one(1, ids)) return nullptr;
+  const std::uint64_t bound = ids ? self.value.sticker_count() : self.value.color_count();
+  std::vector<std::uint32_t> values;
+  bool read = false;
+  switch (whole_type_for_bound(bound)) {
+    case ElementType::U8: read = read_states<std::uint8_t>(args[0], values); break;
+    case ElementType::U16: read = read_states<std::uint16_t>(args[0], values); break;
+    default: read = read_states<std::uint32_t>(args[0], values); break;
+  }
+  if (!read) {
+    note_argument("states");
+    return nullptr;
+  }
+  return to_python(released([&] { return self.value.set_states(std::move(values), ids); }));
+}
+
 // ---- arrays of the states, exclusive ----
 
-template <ArrayBuffer (Batch::*Query)() const>
+template <Result<ArrayBuffer> (Batch::*Query)()>
 PyObject* state_array(Self& self, Arguments&) {
   return array_result(released([&] { return (self.value.*Query)(); }));
 }
@@ -310,6 +361,33 @@ constexpr char kActionMasksDoc[] =
     "action_masks($self)\n--\n\nWhich actions each copy can make, shape (count, action_count).";
 constexpr char kSolvedDoc[] = "solved($self)\n--\n\nWhether each copy shows its solved colors.";
 
+// ---- the view ----
+
+constexpr char kConfigureDoc[] =
+    "configure($self, *, background=None, supersample=None, show_edges=None, show_pieces=None, line_width=None, "
+    "fov=None, distance=None, yaw=None, pitch=None, camera_position=None, camera_target=None, camera_up=None)"
+    "\n--\n\n"
+    "Changes how the batch is drawn, for good. Angles are degrees; a camera vector given here wins over "
+    "distance, yaw and pitch of the same call.";
+PyObject* configure(Self& self, Arguments& args) {
+  render::ViewChange change;
+  std::optional<VectorArgument> position, target, up;
+  if (!args.convert(change.background, change.supersample, change.show_edges, change.show_pieces,
+                    change.line_width, change.fov, change.distance, change.yaw, change.pitch, position, target, up))
+    return nullptr;
+  if (position) change.camera_position = position->value;
+  if (target) change.camera_target = target->value;
+  if (up) change.camera_up = up->value;
+  self.value.configure(change);
+  Py_RETURN_NONE;
+}
+
+PyObject* camera(Self& self) {
+  const render::Camera& c = self.value.camera();
+  const auto triple = [](const render::Vector3& v) { return std::make_tuple(v[0], v[1], v[2]); };
+  return to_python(std::make_tuple(triple(c.position), triple(c.target), triple(c.up), c.fov));
+}
+
 PyMethodDef methods[] = {
     TV_METHOD(BatchClass, "action_index", kActionIndexDoc, Access::Shared, action_index),
     TV_METHOD(BatchClass, "seed", kSeedDoc, Access::Exclusive, seed),
@@ -323,11 +401,13 @@ PyMethodDef methods[] = {
     TV_METHOD(BatchClass, "history", kHistoryDoc, Access::Shared, history),
     TV_METHOD(BatchClass, "undo", kUndoDoc, Access::Exclusive, undo),
     TV_METHOD(BatchClass, "apply", kApplyDoc, Access::Exclusive, apply),
+    TV_METHOD(BatchClass, "set_states", kSetStatesDoc, Access::Exclusive, set_states),
     TV_METHOD(BatchClass, "observations", kObservationsDoc, Access::Exclusive, state_array<&Batch::observations>),
     TV_METHOD(BatchClass, "sticker_ids", kStickerIdsDoc, Access::Exclusive, state_array<&Batch::sticker_ids>),
     TV_METHOD(BatchClass, "one_hot", kOneHotDoc, Access::Exclusive, state_array<&Batch::one_hot>),
     TV_METHOD(BatchClass, "action_masks", kActionMasksDoc, Access::Exclusive, state_array<&Batch::action_masks>),
     TV_METHOD(BatchClass, "solved", kSolvedDoc, Access::Exclusive, state_array<&Batch::solved>),
+    TV_METHOD(BatchClass, "configure", kConfigureDoc, Access::Exclusive, configure),
     {nullptr, nullptr, 0, nullptr},
 };
 
@@ -344,6 +424,7 @@ PyGetSetDef getset[] = {
     TV_GETTER(BatchClass, "permutations", "Each action's permutation of the slots, one row per action.",
               permutations),
     TV_GETTER(BatchClass, "move_counts", "How many moves each copy made since it was last solved.", move_counts),
+    TV_GETTER(BatchClass, "camera", "(position, target, up, fov) of the view, fov in degrees.", camera),
     {nullptr, nullptr, nullptr, nullptr, nullptr},
 };
 

@@ -1,9 +1,10 @@
 // Fixed tuples at the Python boundary. A color is a tuple of exactly four integers from 0 to
-// 255, (r, g, b, a), held inside as one word with r in the lowest byte.
+// 255, (r, g, b, a), held inside as one word with r in the lowest byte; a camera vector is a
+// tuple of exactly three floats.
 #pragma once
 
 #include "bindings/args.hpp"
-#include "render/framebuffer.hpp"
+#include "render/scene.hpp"
 
 namespace tv::py {
 
@@ -22,9 +23,7 @@ inline bool is_tuple_of_size(PyObject* object, Py_ssize_t size) {
   return true;
 }
 
-struct ColorArgument {
-  render::Color word = 0;
-};
+using ColorArgument = render::ColorWord;
 
 template <>
 struct Converter<ColorArgument> {
@@ -37,6 +36,22 @@ struct Converter<ColorArgument> {
       word |= render::Color{byte} << (8 * i);
     }
     out.word = word;
+    return true;
+  }
+};
+
+// A camera vector at the boundary: a tuple of three floats.
+struct VectorArgument {
+  render::Vector3 value{};
+};
+
+template <>
+struct Converter<VectorArgument> {
+  static bool convert(PyObject* object, VectorArgument& out) {
+    if (!is_tuple_of_size(object, 3)) return false;
+    for (Py_ssize_t i = 0; i < 3; ++i) {
+      if (!Converter<double>::convert(PyTuple_GET_ITEM(object, i), out.value[i])) return false;
+    }
     return true;
   }
 };

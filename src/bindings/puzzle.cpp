@@ -18,22 +18,6 @@
 
 namespace tv::py {
 
-// A camera vector at the boundary: a tuple of three floats.
-struct VectorArgument {
-  render::Vector3 value{};
-};
-
-template <>
-struct Converter<VectorArgument> {
-  static bool convert(PyObject* object, VectorArgument& out) {
-    if (!is_tuple_of_size(object, 3)) return false;
-    for (Py_ssize_t i = 0; i < 3; ++i) {
-      if (!Converter<double>::convert(PyTuple_GET_ITEM(object, i), out.value[i])) return false;
-    }
-    return true;
-  }
-};
-
 namespace {
 
 struct PuzzleClass {
@@ -59,36 +43,8 @@ using Self = Instance<Simulator>;
 
 constexpr double kRadiansPerDegree = 0.017453292519943295;
 
-std::optional<double> radians(std::optional<double> degrees) {
-  if (!degrees) return std::nullopt;
-  return *degrees * kRadiansPerDegree;
-}
-
-// The view keywords of the constructor and of render: yaw and pitch in degrees as given.
-struct ViewKeywords {
-  std::optional<ColorArgument> background;
-  std::optional<std::uint32_t> supersample;
-  std::optional<bool> show_arrows, show_edges, show_pieces;
-  std::optional<double> line_width, fov, distance, yaw, pitch;
-
-  bool any() const {
-    return background || supersample || show_arrows || show_edges || show_pieces || line_width || fov || distance ||
-           yaw || pitch;
-  }
-
-  // In the order background, supersample, the three flags, line width, fov, then the camera.
-  void apply(Simulator& sim) const {
-    render::ViewSettings& view = sim.view();
-    if (background) view.background = background->word;
-    if (supersample) view.supersample = std::max<std::uint32_t>(*supersample, 1);
-    if (show_arrows) view.show_arrows = *show_arrows;
-    if (show_edges) view.show_edges = *show_edges;
-    if (show_pieces) view.show_pieces = *show_pieces;
-    if (line_width) view.line_width = *line_width;
-    if (fov) sim.camera().fov = *fov;
-    render::apply_camera_keywords(sim.camera(), {radians(yaw), radians(pitch), distance});
-  }
-};
+// The view keywords of the constructor and of render; they never carry camera vectors.
+using ViewKeywords = render::ViewChange;
 
 Result<std::string> query_of(const Simulator& sim) { return query_text(Recipe{sim.shell_shapes(), sim.cut_shapes()}); }
 
@@ -144,7 +100,7 @@ PyObject* construct(PyTypeObject* type, Arguments& args) {
   }
   Result<Simulator> sim = released([&]() -> Result<Simulator> {
     TV_TRY(Simulator made, Simulator::from_recipe_text(query));
-    view.apply(made);
+    view.apply(made.view(), made.camera());
     if (seed) made.seed(*seed);
     if (scramble) {
       made.scramble(*scramble);
@@ -243,13 +199,7 @@ PyObject* actions(Self& self) {
   });
 }
 
-PyObject* is_solved(Self& self) {
-  return to_python(released([&]() -> Result<bool> {
-    TV_TRY(const auto table, self.value.sticker_table());
-    TV_TRY(const auto colors, self.value.sticker_colors());
-    return colors == table->solved_colors;
-  }));
-}
+PyObject* is_solved(Self& self) { return to_python(released([&] { return self.value.is_solved(); })); }
 
 PyObject* stickers(Self& self, Arguments&) { return to_python(released([&] { return self.value.sticker_colors(); })); }
 PyObject* sticker_ids(Self& self, Arguments&) { return to_python(released([&] { return self.value.sticker_ids(); })); }
@@ -299,7 +249,7 @@ PyObject* action_grip(Self& self, Arguments& args) {
   if (!args.convert(action)) return nullptr;
   auto table = table_of(self);
   if (!table) return raise_failure(table.failure());
-  const auto grip = current_grip((*table)->action_planes, self.value.grips(), action);
+  const auto grip = current_grip(self.value.action_planes(), self.value.grips(), action);
   if (!grip) Py_RETURN_NONE;
   return to_python(static_cast<std::uint64_t>(*grip));
 }
@@ -475,7 +425,7 @@ Result<render::Framebuffer> draw_with(Simulator& sim, const ViewKeywords& keywor
   if (!keywords.any()) return render::draw_scene(sim, width, height);
   const render::ViewSettings saved_view = sim.view();
   const render::Camera saved_camera = sim.camera();
-  keywords.apply(sim);
+  keywords.apply(sim.view(), sim.camera());
   Result<render::Framebuffer> image = render::draw_scene(sim, width, height);
   sim.view() = saved_view;
   sim.camera() = saved_camera;

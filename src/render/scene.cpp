@@ -1,6 +1,7 @@
 // Meshes, outlines, camera matrices, camera keywords and the orbit camera.
 #include "render/scene.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <unordered_map>
@@ -215,6 +216,30 @@ void apply_camera_keywords(Camera& camera, const CameraKeywords& keywords) {
     const double l = length(camera.position);
     if (l != 0.0) camera.position = camera.position * (*keywords.distance / l);
   }
+}
+
+bool ViewChange::any() const {
+  return background || supersample || show_arrows || show_edges || show_pieces || line_width || fov || distance ||
+         yaw || pitch || camera_position || camera_target || camera_up;
+}
+
+void ViewChange::apply(ViewSettings& view, Camera& camera) const {
+  constexpr double kRadiansPerDegree = 0.017453292519943295;
+  const auto radians = [&](std::optional<double> degrees) -> std::optional<double> {
+    if (!degrees) return std::nullopt;
+    return *degrees * kRadiansPerDegree;
+  };
+  if (background) view.background = background->word;
+  if (supersample) view.supersample = std::max<std::uint32_t>(*supersample, 1);
+  if (show_arrows) view.show_arrows = *show_arrows;
+  if (show_edges) view.show_edges = *show_edges;
+  if (show_pieces) view.show_pieces = *show_pieces;
+  if (line_width) view.line_width = *line_width;
+  if (fov) camera.fov = *fov;
+  apply_camera_keywords(camera, {radians(yaw), radians(pitch), distance});
+  if (camera_position) camera.position = *camera_position;
+  if (camera_target) camera.target = *camera_target;
+  if (camera_up) camera.up = *camera_up;
 }
 
 void orbit_update(OrbitState& orbit, Camera& camera) {

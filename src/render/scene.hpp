@@ -8,6 +8,7 @@
 //   view_matrix
 //   CameraKeywords           yaw, pitch and distance, the one rule for the constructor,
 //                            render overrides and look_from
+//   ViewChange               the view keywords of one call, applied in their fixed order
 //   OrbitState, orbit_update the dragged camera with inertia
 //
 // Everything here is float. The exact world is read only by build_scene, once per puzzle.
@@ -103,6 +104,26 @@ struct CameraKeywords {
 };
 void apply_camera_keywords(Camera& camera, const CameraKeywords& keywords);
 double length(const Vector3& v);
+
+// A color given at the boundary, held as one word with r in the lowest byte.
+struct ColorWord {
+  Color word = 0;
+};
+
+// View values a caller gave, each present or not; yaw, pitch and fov in degrees.
+struct ViewChange {
+  std::optional<ColorWord> background;
+  std::optional<std::uint32_t> supersample;
+  std::optional<bool> show_arrows, show_edges, show_pieces;
+  std::optional<double> line_width, fov, distance, yaw, pitch;
+  // Stored as they stand, after the camera rule, so they win over distance, yaw and pitch.
+  std::optional<Vector3> camera_position, camera_target, camera_up;
+
+  bool any() const;
+  // In the order background, supersample (0 becomes 1), show arrows, show edges, show pieces,
+  // line width, fov, the camera rule, then the three camera vectors.
+  void apply(ViewSettings& view, Camera& camera) const;
+};
 
 // One step of the orbit camera; it moves the camera's position, up and target.
 void orbit_update(OrbitState& orbit, Camera& camera);

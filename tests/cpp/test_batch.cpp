@@ -3,8 +3,14 @@
 #include <numeric>
 
 #include "batch.hpp"
+#include "simulator_access.hpp"
 
 namespace tv {
+
+struct BatchTestAccess {
+  static Simulator& copy(Batch& batch, std::size_t i) { return batch.sims_[i]; }
+};
+
 namespace {
 
 // A synthetic puzzle of n slots in `colors` runs, whose grip k rotates all slots by k + 1 and
@@ -40,17 +46,17 @@ TEST_P(BatchWidths, StepWalkAndUndoAtEveryWidth) {
   auto [table, perms] = rotations(n, 3);
   auto batch = Batch::from_permutations("synthetic", table, perms, 5, std::nullopt);
   ASSERT_TRUE(batch.ok());
-  EXPECT_STREQ(batch->sticker_ids().typestr(), typestr);
+  EXPECT_STREQ(batch->sticker_ids()->typestr(), typestr);
   EXPECT_STREQ(batch->permutations().typestr(), typestr);
-  EXPECT_STREQ(batch->observations().typestr(), "|u1");
+  EXPECT_STREQ(batch->observations()->typestr(), "|u1");
 
   auto stepped = batch->step({0, 1, 2, 3, 4});
   ASSERT_TRUE(stepped.ok());
-  const ArrayBuffer ids = batch->sticker_ids();
+  const ArrayBuffer ids = std::move(batch->sticker_ids()).value();
   const std::size_t shifts[] = {1, n - 1, 2, n - 2, 3};
   for (std::size_t row = 0; row < 5; ++row) EXPECT_EQ(row_of(ids, row)[0], shifts[row] % n);
-  EXPECT_EQ(batch->undo(Selection(5, 1)).size(), 5u);
-  EXPECT_EQ(batch->solved().whole(3), 1u);
+  EXPECT_EQ(batch->undo(Selection(5, 1))->size(), 5u);
+  EXPECT_EQ(batch->solved()->whole(3), 1u);
 
   // A walk by hand: one draw per move, the inverse of the last move sent on to the next grip.
   batch->seed_all(40);
@@ -63,7 +69,7 @@ TEST_P(BatchWidths, StepWalkAndUndoAtEveryWidth) {
       EXPECT_EQ(batch->history(row)[k], last);
       shift += perms[last][0];
     }
-    EXPECT_EQ(row_of(batch->sticker_ids(), row)[0], shift % n);
+    EXPECT_EQ(row_of(*batch->sticker_ids(), row)[0], shift % n);
     EXPECT_EQ(batch->rng()[row], state);
   }
 }
@@ -128,6 +134,113 @@ TEST(Batch, RefusesUnaddressableCountsBeforeAllocating) {
   auto huge = Batch::from_permutations("synthetic", table, perms, std::uint64_t{1} << 62, std::nullopt);
   ASSERT_FALSE(huge.ok());
   EXPECT_EQ(huge.failure().kind, FailureKind::Range);
+}
+
+std::vector<std::uint8_t> bytes_of(const ArrayBuffer& a) { return {a.bytes(), a.bytes() + a.byte_size()}; }
+std::vector<std::uint8_t> bytes_of(const Result<ArrayBuffer>& a) { return bytes_of(*a); }
+
+// Every query of both batches, byte for byte, and the per-copy records.
+void expect_same_batches(Batch& rows, Batch& sims, const std::string& when) {
+  SCOPED_TRACE(when);
+  EXPECT_EQ(bytes_of(rows.observations()), bytes_of(sims.observations()));
+  EXPECT_EQ(bytes_of(rows.sticker_ids()), bytes_of(sims.sticker_ids()));
+  EXPECT_EQ(bytes_of(rows.one_hot()), bytes_of(sims.one_hot()));
+  EXPECT_EQ(bytes_of(rows.action_masks()), bytes_of(sims.action_masks()));
+  EXPECT_EQ(bytes_of(rows.solved()), bytes_of(sims.solved()));
+  EXPECT_EQ(rows.move_counts(), sims.move_counts());
+  EXPECT_EQ(rows.last_moves(), sims.last_moves());
+  EXPECT_EQ(rows.rng(), sims.rng());
+  for (std::uint64_t i = 0; i < rows.count(); ++i) {
+    const auto a = rows.history(i), b = sims.history(i);
+    EXPECT_EQ(std::vector<std::uint32_t>(a.begin(), a.end()), std::vector<std::uint32_t>(b.begin(), b.end()));
+  }
+}
+
+class EnginesAgree : public testing::TestWithParam<const char*> {};
+
+// On a puzzle whose moves are fixed permutations, turning geometry must give what the rows give.
+TEST_P(EnginesAgree, OnEveryQueryStepWalkUndoAndSolve) {
+  constexpr std::uint64_t kCopies = 4;
+  auto rows = Batch::create(GetParam(), kCopies);
+  auto sims = Batch::create_geometric(GetParam(), kCopies);
+  ASSERT_TRUE(rows.ok() && sims.ok());
+  ASSERT_TRUE(rows->is_tabular());
+  ASSERT_FALSE(sims->is_tabular());
+  const std::uint64_t actions = rows->action_count();
+  std::uint64_t state = 11;
+  for (int k = 0; k < 6; ++k) {
+    std::vector<std::uint32_t> step(kCopies);
+    for (auto& a : step) a = static_cast<std::uint32_t>(next_random(state) % actions);
+    auto a = rows->step(step);
+    auto b = sims->step(step);
+    ASSERT_TRUE(a.ok() && b.ok());
+    EXPECT_EQ(bytes_of(a->first), bytes_of(b->first));
+    EXPECT_EQ(bytes_of(a->second), bytes_of(b->second));
+  }
+  expect_same_batches(*rows, *sims, "after steps");
+  const Selection odd{0, 1, 0, 1};
+  EXPECT_EQ(bytes_of(rows->undo(odd)), bytes_of(sims->undo(odd)));
+  expect_same_batches(*rows, *sims, "after undo");
+  for (Batch* b : {&*rows, &*sims}) {
+    b->seed_all(7);
+    b->seed(2, 99);
+    ASSERT_TRUE(b->scramble({3, 0, 5, 1}).ok());
+  }
+  expect_same_batches(*rows, *sims, "after walks");
+  for (Batch* b : {&*rows, &*sims}) ASSERT_TRUE(b->apply(rows->table().grip_names[0] + "2 " + rows->table().grip_names[1] + "'").ok());
+  expect_same_batches(*rows, *sims, "after written moves");
+  for (Batch* b : {&*rows, &*sims}) ASSERT_TRUE(b->reset_where({1, 1, 0, 1}, 4).ok());
+  expect_same_batches(*rows, *sims, "after reset_where");
+  for (Batch* b : {&*rows, &*sims}) ASSERT_TRUE(b->solve(Selection(kCopies, 1)).ok());
+  expect_same_batches(*rows, *sims, "after solve");
+  EXPECT_EQ(sims->solved()->whole(3), 1u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Recipes, EnginesAgree,
+                         testing::Values("?shell=C$1&cut=C$0", "?shell=C$1&cut=C$1/3", "?shell=T$1&cut=T$-1/3&cut=T$-5/3",
+                                         "?shell=C$sqrt(2)/3&cut=O$0", "?shell=D$1&cut=D$2/(sqrt(5)+1)"));
+
+TEST(GeometricBatch, SolveRebuildsACopyThatCannotBeWalkedBack) {
+  auto batch = Batch::create_geometric("?shell=C$1&cut=C$1/3", 2);
+  ASSERT_TRUE(batch.ok());
+  render::ViewChange wide;
+  wide.fov = 30.0;
+  batch->configure(wide);
+  ASSERT_TRUE(batch->step({0, 0}).ok());
+  // Turn a layer across the recorded one behind the history's back: that plane is locked now.
+  Simulator& locked = BatchTestAccess::copy(*batch, 1);
+  const Plane turned = locked.history().back().plane;
+  std::size_t across = 0;
+  while ((locked.grips()[across].plane.a * turned.a + locked.grips()[across].plane.b * turned.b +
+          locked.grips()[across].plane.c * turned.c).sign() != 0)
+    ++across;
+  const Plane axis = locked.grips()[across].plane;
+  SimulatorTestAccess::rotate_unrecorded(locked, across, {axis.a, axis.b, axis.c, AlgebraicNumber::from_int(rational_field(), 3)});
+  EXPECT_EQ(bytes_of(batch->undo(Selection(2, 1))), (std::vector<std::uint8_t>{1, 0}));
+  EXPECT_EQ(batch->move_counts(), (std::vector<std::uint64_t>{0, 1}));
+  const auto off = batch->solved();
+  ASSERT_FALSE(off.ok()) << "copy 1 was turned by an angle that is no stop";
+  EXPECT_EQ(off.failure().kind, FailureKind::State);
+  ASSERT_TRUE(batch->solve(Selection(2, 1)).ok());
+  EXPECT_EQ(bytes_of(batch->solved()), (std::vector<std::uint8_t>{1, 1}));
+  EXPECT_EQ(BatchTestAccess::copy(*batch, 1).move_count(), 0u) << "rebuilt, not walked back";
+  EXPECT_EQ(BatchTestAccess::copy(*batch, 1).camera().fov, 30.0);
+  EXPECT_FALSE(BatchTestAccess::copy(*batch, 1).view().show_arrows);
+  ASSERT_TRUE(batch->step({2, 3}).ok()) << "the rebuilt copy turns with the shared table";
+  EXPECT_EQ(batch->move_counts(), (std::vector<std::uint64_t>{1, 1}));
+}
+
+TEST(GeometricBatch, CopiesFindTheSharedTablesPlanesInTheirOwnField) {
+  auto batch = Batch::create_geometric("?shell=D$1&cut=D$2/(sqrt(5)+1)", 2);
+  ASSERT_TRUE(batch.ok());
+  for (std::size_t i = 0; i < 2; ++i) {
+    const Simulator& sim = BatchTestAccess::copy(*batch, i);
+    const FieldRef& own = sim.grips()[0].plane.a.field();
+    EXPECT_NE(batch->table().action_planes[0].a.field(), own) << "each copy has a field of its own";
+    for (const Plane& p : sim.action_planes())
+      for (const AlgebraicNumber* x : {&p.a, &p.b, &p.c, &p.d})
+        EXPECT_TRUE(x->field() == own || x->field() == rational_field());
+  }
 }
 
 }  // namespace

@@ -8,18 +8,9 @@
 #include <vector>
 
 #include "simulator.hpp"
+#include "simulator_access.hpp"
 
 namespace tv {
-
-// Turns a layer without recording it, which no public operation does: the one way to lock
-// the plane of the last recorded turn.
-struct SimulatorTestAccess {
-  static void rotate_unrecorded(Simulator& sim, std::size_t grip, const Quaternion& r) {
-    ASSERT_TRUE(apply_rotation(sim.pieces_.pieces, sim.grips_[grip].moving, r).ok());
-    ASSERT_TRUE(sim.rederive_grips().ok());
-  }
-};
-
 namespace {
 
 constexpr const char* kCube3 = "?shell=C$1&cut=C$1/3";
