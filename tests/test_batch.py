@@ -395,6 +395,16 @@ b.reset_where([i % 7 for i in range(3000)], scramble=9)
 b.scramble([i % 4 for i in range(3000)])
 h.update(b.sticker_ids().to_bytes())
 h.update(repr([b.history(i) for i in range(3000)]).encode())
+g = tv.PuzzleBatch("Helicopter Cube", 24, seed=6, scramble=5)
+for call in [lambda: g.step([i % 24 for i in range(24)]), g.observations, g.action_masks, g.one_hot,
+             lambda: g.undo([i % 3 == 0 for i in range(24)]), lambda: g.set_states(g.solved_stickers * 24),
+             lambda: [g.history(i) for i in range(24)], g.solve, g.sticker_ids]:
+    try:
+        out = call()
+        parts = out if isinstance(out, tuple) else [out]
+        h.update(repr([p.to_bytes() if hasattr(p, "to_bytes") else p for p in parts]).encode())
+    except (tv.PuzzleError, ValueError) as error:
+        h.update(str(error).encode())
 print(tv.thread_count(), h.hexdigest())
 """
 

@@ -99,6 +99,10 @@ def show_batch() -> None:
     solved, _ = batch.step([batch.action_index("A")] * len(batch))
     print(f"  4096 cubes, each 3 random moves from seed 7, then one turn of A each: "
           f"{sum(solved.tolist())} solved; states come out as a {batch.observations()!r}")
+    copters = tv.PuzzleBatch("Helicopter Cube", 64, seed=7, scramble=5)
+    free = sum(copters.action_masks().tolist())
+    print(f"  {copters!r}: moves that jumble turn each copy's geometry; 5 random moves each made "
+          f"{sum(copters.move_counts)} turns, and {free} of {64 * copters.action_count} actions are free now")
 
 
 def write_cube_picture(path: str) -> str:
