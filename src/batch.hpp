@@ -30,6 +30,7 @@
 
 #include "array.hpp"
 #include "failure.hpp"
+#include "render/paint.hpp"
 #include "histories.hpp"
 #include "render/scene.hpp"
 #include "shuffle.hpp"
@@ -136,6 +137,16 @@ class Batch {
   // The camera of that puzzle, or of the first copy.
   const render::Camera& camera() const;
 
+  // Every copy's frame at width x height: (count, height, width, channels), or channels before
+  // height with `channels_first`; bytes, or floats byte / 255. Fails on channels other than 3
+  // and 4, or a block that cannot be allocated, before anything is drawn.
+  Result<ArrayBuffer> render(std::uint32_t width, std::uint32_t height, std::uint32_t channels, bool channels_first,
+                             bool floats);
+  // Frames in bytes of rows of color ids given by the caller, one id per slot, the batch untouched;
+  // an id past the palette paints opaque black.
+  Result<ArrayBuffer> render_states(std::span<const std::uint32_t> states, std::uint32_t width, std::uint32_t height,
+                                    std::uint32_t channels, bool channels_first);
+
  private:
   friend struct BatchTestAccess;
   Batch() = default;
@@ -155,6 +166,12 @@ class Batch {
   Result<ArrayBuffer> undo_copies(const Selection& which);
   Status solve_copies(const Selection& which);
 
+  // The pixel-to-slot table of the solved puzzle's current view, made the most recent one.
+  Result<const render::PaintTable*> paint_table(std::uint32_t width, std::uint32_t height);
+  // Every copy of simulators drawn from its own geometry into its stretch of `out`.
+  Status draw_copies(std::uint32_t width, std::uint32_t height, std::uint32_t channels, bool channels_first,
+                     bool floats, ArrayBuffer& out) const;
+
   // Room in the histories for walks of depths[i] moves; fails only when memory runs out.
   Status room_for_walks(const std::vector<std::uint32_t>& depths);
   // Walks copy i depths[i] moves, continuing from its last move, within the room made before.
@@ -169,6 +186,10 @@ class Batch {
   Histories histories_;
   TabularEngine engine_;          // the rows, when moves are fixed permutations
   std::vector<Simulator> sims_;   // otherwise one simulator per copy, sharing table_
+  render::PaintTables paint_tables_;  // the drawing tables of a batch of rows, most recent first
 };
+
+// A block of bytes as floats byte / 255, divided in 32-bit floats.
+Result<ArrayBuffer> bytes_as_floats(const ArrayBuffer& bytes);
 
 }  // namespace tv

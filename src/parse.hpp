@@ -92,6 +92,9 @@ bool is_valid_utf8(std::string_view text);
 // The text between double quotes, with a backslash before each inner quote and backslash and
 // the usual escapes for control characters: how messages and reprs show a text.
 std::string quoted_text(std::string_view text);
+// The text between double quotes with only its quotes and backslashes escaped, as option names
+// are shown.
+std::string quoted_plain(std::string_view text);
 
 struct PolyhedronShape {
   std::string name;  // the code of a row of the polyhedron table

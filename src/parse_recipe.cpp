@@ -120,6 +120,15 @@ Result<std::string> query_text(const Recipe& recipe) {
   return text;
 }
 
+std::string quoted_plain(std::string_view text) {
+  std::string out = "\"";
+  for (char ch : text) {
+    if (ch == '"' || ch == '\\') out += '\\';
+    out += ch;
+  }
+  return out + "\"";
+}
+
 std::string quoted_text(std::string_view text) {
   static constexpr char kHex[] = "0123456789abcdef";
   const auto escape_code = [](std::string& out, unsigned code) {

@@ -3,6 +3,8 @@
 // held, so a method that raises on its arguments has changed nothing; the loops over copies
 // run released.
 #include <cstring>
+#include <optional>
+#include <string>
 
 #include "batch.hpp"
 #include "bindings/arrays.hpp"
@@ -10,6 +12,7 @@
 #include "bindings/colors.hpp"
 #include "bindings/recipes.hpp"
 #include "bindings/results.hpp"
+#include "parse.hpp"
 
 namespace tv::py {
 namespace {
@@ -388,6 +391,84 @@ PyObject* camera(Self& self) {
   return to_python(std::make_tuple(triple(c.position), triple(c.target), triple(c.up), c.fov));
 }
 
+// ---- pictures ----
+
+struct FrameArguments {
+  std::uint32_t width = 256, height = 256, channels = 4;
+  bool channels_first = false;
+  std::string dtype = "u1";
+};
+
+// True for "f4" and "float32", false for "u1" and "uint8"; anything else raises.
+std::optional<bool> dtype_is_float(const std::string& dtype) {
+  if (dtype == "u1" || dtype == "uint8") return false;
+  if (dtype == "f4" || dtype == "float32") return true;
+  PyErr_SetString(PyExc_ValueError, ("dtype must be \"u1\" or \"f4\", not " + quoted_plain(dtype)).c_str());
+  return std::nullopt;
+}
+
+constexpr char kRenderDoc[] =
+    "render($self, width=256, height=256, *, channels=4, channels_first=False, dtype=\"u1\")\n--\n\n"
+    "Every copy's frame as one Array of shape (count, height, width, channels), or (count, channels, height, "
+    "width) with `channels_first`: bytes for dtype \"u1\", floats from 0.0 to 1.0 for \"f4\". Channels are "
+    "r, g, b and, with 4, a. A copy's picture is painted by lookup from the solved puzzle's.";
+PyObject* render(Self& self, Arguments& args) {
+  FrameArguments a;
+  if (!args.convert(a.width, a.height, a.channels, a.channels_first, a.dtype)) return nullptr;
+  const auto floats = dtype_is_float(a.dtype);
+  if (!floats) return nullptr;
+  auto block = released([&] { return self.value.render(a.width, a.height, a.channels, a.channels_first, *floats); });
+  if (!block) return raise_failure(block.failure());
+  return array_result(std::move(block).value());
+}
+
+constexpr char kRenderStatesDoc[] =
+    "render_states($self, states, width=256, height=256, *, channels=4, channels_first=False, dtype=\"u1\")\n--\n\n"
+    "Frames of states given as colors, one row of sticker_count colors per frame, laid out as render lays out "
+    "the batch's own; the batch is not touched. A color past the palette paints opaque black.";
+PyObject* render_states(Self& self, Arguments& args) {
+  FrameArguments a;
+  PyObject* states_argument = nullptr;
+  if (!args.convert(states_argument, a.width, a.height, a.channels, a.channels_first, a.dtype)) return nullptr;
+  std::vector<std::uint32_t> states;
+  if (!read_array(states_argument, states)) {
+    note_argument("states");
+    return nullptr;
+  }
+  auto block = released([&] { return self.value.render_states(states, a.width, a.height, a.channels, a.channels_first); });
+  if (!block) return raise_failure(block.failure());
+  const auto floats = dtype_is_float(a.dtype);
+  if (!floats) return nullptr;
+  if (!*floats) return array_result(std::move(block).value());
+  auto converted = released([&] { return bytes_as_floats(*block); });
+  if (!converted) return raise_failure(converted.failure());
+  return array_result(std::move(converted).value());
+}
+
+constexpr char kFramesDoc[] =
+    "frames($self, width=256, height=256)\n--\n\n"
+    "Every copy's frame as its own Image, in copy order.";
+PyObject* frames(Self& self, Arguments& args) {
+  std::uint32_t width = 256, height = 256;
+  if (!args.convert(width, height)) return nullptr;
+  auto block = released([&] { return self.value.render(width, height, 4, false, false); });
+  if (!block) return raise_failure(block.failure());
+  const std::size_t stretch = std::size_t{width} * height * 4;
+  const std::uint64_t count = block->shape()[0];
+  PyObject* list = PyList_New(static_cast<Py_ssize_t>(count));
+  if (list == nullptr) return nullptr;
+  for (std::uint64_t i = 0; i < count; ++i) {
+    auto image = render::Framebuffer::from_bytes(width, height, {block->bytes() + i * stretch, stretch});
+    PyObject* object = image ? image_object(std::move(image).value()) : raise_failure(image.failure());
+    if (object == nullptr) {
+      Py_DECREF(list);
+      return nullptr;
+    }
+    PyList_SET_ITEM(list, static_cast<Py_ssize_t>(i), object);
+  }
+  return list;
+}
+
 PyMethodDef methods[] = {
     TV_METHOD(BatchClass, "action_index", kActionIndexDoc, Access::Shared, action_index),
     TV_METHOD(BatchClass, "seed", kSeedDoc, Access::Exclusive, seed),
@@ -407,6 +488,9 @@ PyMethodDef methods[] = {
     TV_METHOD(BatchClass, "one_hot", kOneHotDoc, Access::Exclusive, state_array<&Batch::one_hot>),
     TV_METHOD(BatchClass, "action_masks", kActionMasksDoc, Access::Exclusive, state_array<&Batch::action_masks>),
     TV_METHOD(BatchClass, "solved", kSolvedDoc, Access::Exclusive, state_array<&Batch::solved>),
+    TV_METHOD(BatchClass, "render", kRenderDoc, Access::Exclusive, render),
+    TV_METHOD(BatchClass, "render_states", kRenderStatesDoc, Access::Exclusive, render_states),
+    TV_METHOD(BatchClass, "frames", kFramesDoc, Access::Exclusive, frames),
     TV_METHOD(BatchClass, "configure", kConfigureDoc, Access::Exclusive, configure),
     {nullptr, nullptr, 0, nullptr},
 };

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <string>
 
+#include "parse.hpp"
 #include "pool.hpp"
 
 namespace tv::render {
@@ -42,15 +43,6 @@ void blend_row(std::span<Color> target, std::span<const Color> source, BlendMode
     return;
   }
   for (std::size_t i = 0; i < target.size(); ++i) target[i] = blend(target[i], source[i], mode);
-}
-
-std::string quoted_with_escapes(std::string_view text) {
-  std::string out = "\"";
-  for (char ch : text) {
-    if (ch == '"' || ch == '\\') out += '\\';
-    out += ch;
-  }
-  return out + "\"";
 }
 
 // The average of one factor x factor block, each channel rounded half up.
@@ -92,7 +84,7 @@ Result<BlendMode> parse_blend_mode(std::string_view text) {
   if (text == "copy") return BlendMode::Copy;
   if (text == "over") return BlendMode::Over;
   if (text == "add" || text == "additive") return BlendMode::Add;
-  return range_failure("unknown blend mode " + quoted_with_escapes(text) +
+  return range_failure("unknown blend mode " + quoted_plain(text) +
                        ", expected 'copy', 'over' or 'add'");
 }
 

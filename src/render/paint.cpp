@@ -159,20 +159,6 @@ Result<PaintTable> build_paint_table(const Simulator& base, const StickerTable& 
   return table;
 }
 
-template <class ColorId>
-void code_words(const PaintTable& table, std::span<const ColorId> colors, std::vector<Color>& words) {
-  words.resize(std::size_t{table.slot_count} + table.extras.size());
-  for (std::uint32_t slot = 0; slot < table.slot_count; ++slot) {
-    const std::uint64_t c = slot < colors.size() ? std::uint64_t{colors[slot]} : table.palette.size();
-    words[slot] = c < table.palette.size() ? table.palette[c] : kOpaqueBlack;
-  }
-  std::copy(table.extras.begin(), table.extras.end(), words.begin() + table.slot_count);
-}
-
-template void code_words<std::uint8_t>(const PaintTable&, std::span<const std::uint8_t>, std::vector<Color>&);
-template void code_words<std::uint16_t>(const PaintTable&, std::span<const std::uint16_t>, std::vector<Color>&);
-template void code_words<std::uint32_t>(const PaintTable&, std::span<const std::uint32_t>, std::vector<Color>&);
-
 void paint_frame(const PaintTable& table, std::span<const Color> words, std::span<std::uint8_t> frame) {
   std::visit([&](const auto& entries) { paint_entries(entries, table, words, frame.data()); }, table.entries);
 }

@@ -8,6 +8,7 @@
 // of any copy touches it. A batch keeps the four most recently used.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <memory>
@@ -54,10 +55,17 @@ struct PaintTable {
 Result<PaintTable> build_paint_table(const Simulator& base, const StickerTable& stickers, std::uint32_t width,
                                      std::uint32_t height);
 
-// The color word of every code under one row of color ids (one per slot): a slot's word is
-// palette[colors[slot]], an extra's its own; anything past its list is opaque black.
-template <class ColorId>
-void code_words(const PaintTable& table, std::span<const ColorId> colors, std::vector<Color>& words);
+// The color word of every code when slot s holds color id `color_of(s)`: a slot's word is
+// palette[color id], an extra's its own; an id past the palette is opaque black.
+template <class ColorOf>
+void code_words(const PaintTable& table, ColorOf color_of, std::vector<Color>& words) {
+  words.resize(std::size_t{table.slot_count} + table.extras.size());
+  for (std::uint32_t slot = 0; slot < table.slot_count; ++slot) {
+    const std::uint64_t c = color_of(slot);
+    words[slot] = c < table.palette.size() ? table.palette[c] : 0xff000000u;
+  }
+  std::copy(table.extras.begin(), table.extras.end(), words.begin() + table.slot_count);
+}
 
 // A frame (width x height RGBA bytes, row after row) from the code words of one state.
 void paint_frame(const PaintTable& table, std::span<const Color> words, std::span<std::uint8_t> frame);

@@ -30,7 +30,7 @@ Solved solved(const char* query) {
 
 std::vector<std::uint8_t> painted(const PaintTable& table, const StickerTable& stickers) {
   std::vector<Color> words;
-  code_words(table, std::span<const std::uint16_t>(stickers.solved_colors), words);
+  code_words(table, [&](std::uint32_t slot) { return stickers.solved_colors[slot]; }, words);
   std::vector<std::uint8_t> frame(std::size_t{table.width} * table.height * 4);
   paint_frame(table, words, frame);
   return frame;
@@ -139,7 +139,7 @@ TEST(PaintBlock, RowsLandInTheirOwnStretches) {
   std::vector<std::vector<std::uint16_t>> rows(37, s.stickers->solved_colors);
   for (std::size_t r = 0; r < rows.size(); ++r) std::rotate(rows[r].begin(), rows[r].begin() + r, rows[r].end());
   const auto words_of_row = [&](std::size_t r, std::vector<Color>& words) {
-    code_words(*table, std::span<const std::uint16_t>(rows[r]), words);
+    code_words(*table, [&](std::uint32_t slot) { return rows[r][slot]; }, words);
   };
   const std::size_t pixels = 24 * 20;
   for (std::uint32_t channels : {3u, 4u}) {
