@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cstring>
 
 #include "render/draw.hpp"
 #include "render/raster.hpp"
@@ -57,30 +58,29 @@ std::vector<Entry> narrowed(std::span<const Color> words) {
   return entries;
 }
 
-void store_word(std::uint8_t* out, Color word) {
-  for (int k = 0; k < 4; ++k) out[k] = static_cast<std::uint8_t>(word >> (8 * k));
-}
+// Little-endian bytes r, g, b, a, which is the word's own order on the hosts we build for.
+void store_word(std::uint8_t* out, Color word) { std::memcpy(out, &word, 4); }
 
 // Output pixel by pixel: the word of each entry (s = 1), the two-channels-a-word mean of a 2 x 2
-// block, or the per-channel rounded mean of an s x s block, as the box average rounds.
+// block, or the per-channel rounded mean of an s x s block, as the box average rounds. The loops
+// read through local pointers, since the byte stores may alias anything reached by reference.
 template <class Entry>
-void paint_entries(const std::vector<Entry>& entries, const PaintTable& table, std::span<const Color> words,
-                   std::uint8_t* frame) {
-  const std::uint32_t s = table.supersample, width = table.width, height = table.height;
+void paint_entries(const Entry* entries, const Color* words, std::uint32_t s, std::uint32_t width,
+                   std::uint32_t height, std::uint8_t* frame) {
   const std::size_t row_length = std::size_t{s} * width;
-  const auto word_at = [&](std::size_t index) { return words[entries[index]]; };
   for (std::uint32_t y = 0; y < height; ++y) {
-    const std::size_t top = std::size_t{y} * s * row_length;
+    const Entry* top = entries + std::size_t{y} * s * row_length;
     std::uint8_t* out = frame + std::size_t{y} * width * 4;
     if (s == 1) {
-      for (std::uint32_t x = 0; x < width; ++x) store_word(out + 4 * x, word_at(top + x));
+      for (std::uint32_t x = 0; x < width; ++x) store_word(out + 4 * x, words[top[x]]);
       continue;
     }
     if (s == 2) {
       constexpr Color kEven = 0x00FF00FFu;
+      const Entry* bottom = top + row_length;
       for (std::uint32_t x = 0; x < width; ++x) {
-        const Color a = word_at(top + 2 * x), b = word_at(top + 2 * x + 1);
-        const Color c = word_at(top + row_length + 2 * x), d = word_at(top + row_length + 2 * x + 1);
+        const Color a = words[top[2 * x]], b = words[top[2 * x + 1]];
+        const Color c = words[bottom[2 * x]], d = words[bottom[2 * x + 1]];
         const Color even = (a & kEven) + (b & kEven) + (c & kEven) + (d & kEven) + 0x00020002u;
         const Color odd = ((a >> 8) & kEven) + ((b >> 8) & kEven) + ((c >> 8) & kEven) + ((d >> 8) & kEven) + 0x00020002u;
         store_word(out + 4 * x, ((even >> 2) & kEven) | (((odd >> 2) & kEven) << 8));
@@ -91,9 +91,9 @@ void paint_entries(const std::vector<Entry>& entries, const PaintTable& table, s
     for (std::uint32_t x = 0; x < width; ++x) {
       std::uint64_t sums[4] = {0, 0, 0, 0};
       for (std::uint32_t dy = 0; dy < s; ++dy) {
-        const std::size_t row = top + dy * row_length + std::size_t{x} * s;
+        const Entry* block = top + dy * row_length + std::size_t{x} * s;
         for (std::uint32_t dx = 0; dx < s; ++dx) {
-          const Color w = word_at(row + dx);
+          const Color w = words[block[dx]];
           for (int k = 0; k < 4; ++k) sums[k] += (w >> (8 * k)) & 0xffu;
         }
       }
@@ -160,7 +160,11 @@ Result<PaintTable> build_paint_table(const Simulator& base, const StickerTable& 
 }
 
 void paint_frame(const PaintTable& table, std::span<const Color> words, std::span<std::uint8_t> frame) {
-  std::visit([&](const auto& entries) { paint_entries(entries, table, words, frame.data()); }, table.entries);
+  std::visit(
+      [&](const auto& entries) {
+        paint_entries(entries.data(), words.data(), table.supersample, table.width, table.height, frame.data());
+      },
+      table.entries);
 }
 
 namespace {
