@@ -32,6 +32,47 @@ def test_solved_copies_are_painted_as_the_puzzle_is_drawn(recipe, width, height)
         assert np.array_equal(frame, drawn(recipe, width, height))
 
 
+VIEWS = [
+    {"supersample": 1},
+    {"supersample": 3, "line_width": 2.5},
+    {"background": (0, 0, 0, 255), "yaw": 30.0, "pitch": 20.0},
+    {"show_edges": False, "fov": 20.0},
+    {"show_pieces": False, "distance": 9.0},
+]
+
+
+@pytest.mark.parametrize("view", VIEWS)
+def test_configured_views_are_painted_as_the_puzzle_draws_them(view):
+    batch = tv.PuzzleBatch("Megaminx", 2, **view)
+    again = tv.PuzzleBatch("Megaminx", 2)
+    again.configure(**view)
+    expected = np.asarray(tv.Puzzle("Megaminx", show_arrows=False, **view).render(57, 41))
+    for block in (batch.render(57, 41), again.render(57, 41)):
+        assert all(np.array_equal(frame, expected) for frame in np.asarray(block))
+
+
+@pytest.mark.parametrize("recipe", ["24-Cube / Little Chop", "Helicopter Cube"])
+def test_copies_of_simulators_are_drawn_from_their_own_geometry(recipe):
+    batch = tv.PuzzleBatch(recipe, 3, yaw=20.0, pitch=30.0)
+    assert not batch.is_tabular
+    rng = np.random.default_rng(1)
+    actions = rng.integers(0, batch.action_count, (6, len(batch)))
+    for row in actions:
+        try:
+            batch.step(row)
+        except tv.PuzzleError:  # a copy off its lattice has no solved test; its move was made
+            pass
+    block = np.asarray(batch.render(48, 40, channels=3, dtype="f4"))
+    for copy in range(len(batch)):
+        puzzle = tv.Puzzle(recipe, show_arrows=False, yaw=20.0, pitch=30.0)
+        for action in actions[:, copy]:
+            puzzle.apply_action(int(action))
+        expected = np.asarray(puzzle.render(48, 40))[..., :3].astype(np.float32) / np.float32(255)
+        assert np.array_equal(block[copy], expected)
+    with pytest.raises(tv.PuzzleError, match="this puzzle has no drawing table"):
+        batch.render_states(np.zeros(batch.sticker_count, dtype=np.uint8))
+
+
 @pytest.mark.parametrize("recipe", [CUBE, "Megaminx", "Skewb"])
 def test_scrambled_copies_differ_from_the_drawn_puzzle_only_on_seams(recipe):
     batch = tv.PuzzleBatch(recipe, 4)
