@@ -86,8 +86,31 @@ def render_list(puzzle, p):
     assert [(i.width, i.height) for i in images] == [(width, height)] * len(entries)
 
 
+BATCH = tv.PuzzleBatch("?shell=C$1&cut=C$1/2", 3)
+
+
+def batch_pictures(puzzle, p):
+    width, height = p.ConsumeIntInRange(0, 24), p.ConsumeIntInRange(0, 24)
+    channels = p.PickValueInList([3, 4, 0, 2, 2**40])
+    first = p.ConsumeBool()
+    dtype = p.PickValueInList(["u1", "uint8", "f4", "float32", "float64", 'a"\\', ""])
+    kind = p.PickValueInList(["render", "states", "frames"])
+    if kind == "frames":
+        assert all((i.width, i.height) == (width, height) for i in BATCH.frames(width, height))
+        return
+    if kind == "states":
+        states = [p.ConsumeIntInRange(-1, 300) for _ in range(p.PickValueInList([0, 24, 48, 7]))]
+        block = BATCH.render_states(states, width, height, channels=channels, channels_first=first, dtype=dtype)
+        rows = len(states) // 24
+    else:
+        block = BATCH.render(width, height, channels=channels, channels_first=first, dtype=dtype)
+        rows = len(BATCH)
+    assert block.shape == ((rows, channels, height, width) if first else (rows, height, width, channels))
+
+
 OPERATIONS = [
     render_list,
+    batch_pictures,
     render,
     lambda puzzle, p: setattr(puzzle, p.PickValueInList(VIEW), setting(p, p.PickValueInList(VIEW))),
     lambda puzzle, p: puzzle.frame(real(p), size(p), size(p)),
