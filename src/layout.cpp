@@ -324,23 +324,15 @@ std::optional<std::uint32_t> move_index(const Layout& layout, std::string_view n
   };
   if (const auto exact = named(trimmed)) return exact;
   if (!layout.cube || trimmed.empty()) return std::nullopt;
-  for (std::uint32_t k = 0; k < kCubeFaces.size(); ++k) {
-    if (trimmed[0] != kCubeFaces[k].name[0]) continue;
-    const std::string_view rest = trimmed.substr(1);
-    std::uint32_t index;
-    if (rest.empty() || rest == "1" || rest == "+1") {
-      index = 2 * k + 1;
-    } else if (rest == "-1" || rest == "'") {
-      index = 2 * k;
-    } else {
-      return std::nullopt;
-    }
-    // Only while that place still holds the face turn: a layout of macro-moves keeps the cube
-    // but not its twelve turns.
-    const std::string turn = std::string(kCubeFaces[k].name) + (index % 2 == 1 ? "1" : "-1");
-    if (index < layout.move_count() && layout.move_names[index] == turn) return index;
-    return std::nullopt;
-  }
+  // A face letter with a turn stands for the face turn's own name, so on a layout of
+  // macro-moves (which keeps the cube) it finds that turn only where one is still named so.
+  const char* face = nullptr;
+  for (const FaceAxes& axes : kCubeFaces)
+    if (trimmed[0] == axes.name[0]) face = axes.name;
+  if (face == nullptr) return std::nullopt;
+  const std::string_view turn = trimmed.substr(1);
+  if (turn.empty() || turn == "1" || turn == "+1") return named(std::string(face) + "1");
+  if (turn == "-1" || turn == "'") return named(std::string(face) + "-1");
   return std::nullopt;
 }
 

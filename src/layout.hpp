@@ -81,8 +81,9 @@ std::vector<std::optional<std::uint32_t>> inverses_of(const std::vector<std::vec
 // A copy whose moves are the composites of `sequences`, each applied first to last.
 Result<Layout> with_moves(const Layout& layout, const std::vector<std::vector<std::uint64_t>>& sequences);
 
-// The move a name stands for: an exact move name, or on a cube a face letter with "", "1",
-// "+1" (clockwise) or "-1", "'" (counterclockwise), white space trimmed.
+// The move a name stands for, white space trimmed: the first move of exactly that name, or on a
+// cube a face letter with "", "1", "+1" (the move named "<letter>1", clockwise) or "-1", "'"
+// (the move named "<letter>-1").
 std::optional<std::uint32_t> move_index(const Layout& layout, std::string_view name);
 
 // ---- states ----
@@ -125,10 +126,16 @@ std::string facelet_text(const Layout& layout, std::span<const T> facelets);
 
 // ---- walks ----
 
-inline constexpr std::uint64_t kDepthRangeSeed = 0x51ED2701A5C61B3Dull;
+// How long each row walks: one depth for all, a range drawn row by row, or one per row.
+struct DepthChoice {
+  std::optional<std::uint32_t> every;
+  std::optional<std::pair<std::uint32_t, std::uint32_t>> range;  // low <= high
+  std::vector<std::uint32_t> per_row;
+};
 
-// One depth per row, drawn in row order from one generator seeded with seed ^ kDepthRangeSeed.
-std::vector<std::uint32_t> range_depths(std::uint64_t seed, std::uint32_t low, std::uint32_t high, std::uint64_t rows);
+// One depth per row. A range draws in row order from one generator seeded with
+// seed ^ 0x51ED2701A5C61B3D: depth = low + z mod (high - low + 1).
+Result<std::vector<std::uint32_t>> walk_depths(const DepthChoice& choice, std::uint64_t rows, std::uint64_t seed);
 
 // The generator state of walk row i.
 inline std::uint64_t walk_seed(std::uint64_t seed, std::uint64_t row) { return ((seed + row) * 0x9E3779B97F4A7C15ull) | 1; }

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <limits>
 #include <new>
+#include <stdexcept>
 
 #include "batch.hpp"
 #include "layout.hpp"
@@ -252,10 +253,26 @@ std::string facelet_text(const Layout& layout, std::span<const T> facelets) {
   return text;
 }
 
-std::vector<std::uint32_t> range_depths(std::uint64_t seed, std::uint32_t low, std::uint32_t high, std::uint64_t rows) {
-  std::uint64_t state = seed ^ kDepthRangeSeed;
+Result<std::vector<std::uint32_t>> walk_depths(const DepthChoice& choice, std::uint64_t rows, std::uint64_t seed) {
+  if (!choice.every && !choice.range && choice.per_row.size() != rows)
+    return range_failure("got " + std::to_string(choice.per_row.size()) + " depths for " + std::to_string(rows) +
+                         " states");
+  if (!choice.every && !choice.range) return choice.per_row;
+  std::vector<std::uint32_t> depths;
+  try {
+    depths.resize(rows);
+  } catch (const std::length_error&) {
+    return range_failure("there is not enough memory for " + std::to_string(rows) + " walks");
+  } catch (const std::bad_alloc&) {
+    return range_failure("there is not enough memory for " + std::to_string(rows) + " walks");
+  }
+  if (choice.every) {
+    std::fill(depths.begin(), depths.end(), *choice.every);
+    return depths;
+  }
+  const auto [low, high] = *choice.range;
+  std::uint64_t state = seed ^ 0x51ED2701A5C61B3Dull;
   const std::uint64_t span = std::uint64_t{high} - low + 1;  // up to 2^32
-  std::vector<std::uint32_t> depths(rows);
   for (auto& depth : depths) depth = static_cast<std::uint32_t>(low + next_random(state) % span);
   return depths;
 }

@@ -105,6 +105,14 @@ def show_batch() -> None:
           f"{sum(copters.move_counts)} turns, and {free} of {64 * copters.action_count} actions are free now")
 
 
+def show_layout() -> None:
+    layout = tv.Layout()
+    print(f"Layouts: {layout!r}, numbered face by face as outside solvers expect;")
+    print("  a 3x3x3 20 random moves from seed 7, one line per face:")
+    for line in layout.text(layout.scrambled(1, 20, seed=7)[0]).splitlines():
+        print(f"    {line}")
+
+
 def write_cube_picture(path: str) -> str:
     """A scrambled 3x3x3 seen from above and to the right, its grip arrows around it, captioned."""
     cube = tv.Puzzle("Rubik's Cube (3x3x3)", seed=2026, scramble=20, yaw=35, pitch=28,
@@ -152,6 +160,8 @@ def main() -> None:
     show_puzzles()
     print()
     show_batch()
+    print()
+    show_layout()
     print()
     print(f"The scrambled cube with its grip arrows, drawn by the built-in rasterizer: {write_cube_picture(args.out)}")
     print(f"Six puzzles scrambled and drawn at once by render_many: {write_catalog_sheet(args.sheet)}")

@@ -26,6 +26,7 @@ PyObject* puzzle_class();
 PyObject* grip_class();
 PyObject* batch_class();
 PyObject* array_class();
+PyObject* layout_class();
 
 // Module functions defined in their own files, as new references bound to `module`.
 PyObject* factor_polynomial_function(PyObject* module);

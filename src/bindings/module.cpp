@@ -68,6 +68,7 @@ int exec_module(PyObject* module) {
                     register_attribute(module, "Grip", grip_class()) &&
                     register_attribute(module, "PuzzleBatch", batch_class()) &&
                     register_attribute(module, "Array", array_class()) &&
+                    register_attribute(module, "Layout", layout_class()) &&
                     register_attribute(module, "catalog", catalog_function(module)) &&
                     register_attribute(module, "polyhedra", polyhedra_function(module)) &&
                     register_attribute(module, "evaluate", evaluate_function(module)) &&
