@@ -10,6 +10,7 @@
 #include <cstring>
 #include <limits>
 #include <string>
+#include <type_traits>
 
 #include "bindings/results.hpp"
 
@@ -196,6 +197,23 @@ class Narrowing {
   std::uint64_t first_misfit_ = 0;
 };
 
+// The common case in one tight loop: `count` little-endian elements of type S at `data`, each
+// converted to T. False, with `out` unspecified and no error set, when any element is negative
+// or does not fit T: the caller then reads again element by element for the exact error.
+template <class S, class T>
+bool read_fitting(const std::uint8_t* data, std::size_t count, std::vector<T>& out) {
+  out.resize(count);
+  bool misfit = false;
+  for (std::size_t i = 0; i < count; ++i) {
+    S value;
+    std::memcpy(&value, data + i * sizeof(S), sizeof(S));
+    if constexpr (std::is_signed_v<S>) misfit |= value < 0;
+    misfit |= static_cast<std::make_unsigned_t<S>>(value) > std::numeric_limits<T>::max();
+    out[i] = static_cast<T>(value);
+  }
+  return !misfit;
+}
+
 template <class T>
 bool read_array_object(PyObject* object, std::vector<T>& out) {
   Self& self = instance_of<ArrayClass>(object);
@@ -206,8 +224,11 @@ bool read_array_object(PyObject* object, std::vector<T>& out) {
     raise(PyExc_TypeError, std::string(kNotWhole) + a.typestr());
     return false;
   }
+  const bool fits = a.type() == ElementType::U8    ? read_fitting<std::uint8_t>(a.bytes(), a.size(), out)
+                    : a.type() == ElementType::U16 ? read_fitting<std::uint16_t>(a.bytes(), a.size(), out)
+                                                   : read_fitting<std::uint32_t>(a.bytes(), a.size(), out);
+  if (fits) return true;
   out.clear();
-  out.reserve(a.size());
   Narrowing<T> narrowing(out);
   for (std::size_t i = 0; i < a.size(); ++i) narrowing.push(a.whole(i));
   return narrowing.finish();
@@ -268,8 +289,24 @@ std::int64_t decode(const std::uint8_t* p, const ElementFormat& format, bool& ne
 }
 
 template <class T>
+bool read_fitting_format(const std::uint8_t* data, std::size_t count, const ElementFormat& format,
+                         std::vector<T>& out) {
+  switch (static_cast<int>(format.width) * (format.is_signed ? -1 : 1)) {
+    case 1: return read_fitting<std::uint8_t>(data, count, out);
+    case 2: return read_fitting<std::uint16_t>(data, count, out);
+    case 4: return read_fitting<std::uint32_t>(data, count, out);
+    case 8: return read_fitting<std::uint64_t>(data, count, out);
+    case -1: return read_fitting<std::int8_t>(data, count, out);
+    case -2: return read_fitting<std::int16_t>(data, count, out);
+    case -4: return read_fitting<std::int32_t>(data, count, out);
+    default: return read_fitting<std::int64_t>(data, count, out);
+  }
+}
+
+template <class T>
 bool read_elements(const std::uint8_t* data, std::size_t length, const ElementFormat& format, std::vector<T>& out) {
   const std::size_t count = length / format.width;
+  if (!format.big_endian && read_fitting_format(data, count, format, out)) return true;
   out.clear();
   out.reserve(count);
   Narrowing<T> narrowing(out);
