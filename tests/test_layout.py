@@ -175,6 +175,16 @@ def brute_inverses(perms):
     return found
 
 
+def test_moves_may_come_as_arrays(cube):
+    _, walks = cube.trajectories(3, 2, seed=1)
+    expected = cube.with_moves(np.asarray(walks).tolist())
+    for sequences in (walks, np.asarray(walks), [walks[0], np.asarray(walks)[1]]):
+        assert np.array_equal(cube.with_moves(sequences).moves, expected.moves)
+    inverse = cube.inverse_moves(range(12))
+    assert cube.moves_to_actions(inverse) == cube.moves_to_actions(np.asarray(inverse)) == [
+        cube.actions[m] for m in cube.inverses]
+
+
 @pytest.mark.parametrize("sequences", [[[0, 1], [2], [0, 1], [3]], [[0, 0], [0, 0], [1]], [[], [0], []]])
 def test_inverses_match_a_brute_force(cube, sequences):
     macros = cube.with_moves(sequences)

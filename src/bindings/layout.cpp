@@ -55,6 +55,47 @@ PyObject* with_values(Arguments& args, std::size_t i, std::uint64_t bound, Body&
   }
 }
 
+// Moves given as whole numbers by the list rule, or as an Array (which is no sequence), read
+// row after row.
+bool move_list(PyObject* object, std::vector<std::uint64_t>& out) {
+  if (!is_instance<ArrayClass>(object)) return Converter<std::vector<std::uint64_t>>::convert(object, out);
+  std::vector<std::uint32_t> values;
+  if (!read_array(object, values)) return false;
+  out.assign(values.begin(), values.end());
+  return true;
+}
+
+struct MoveList {
+  std::vector<std::uint64_t> moves;
+};
+
+}  // namespace
+
+template <>
+struct Converter<MoveList> {
+  static bool convert(PyObject* object, MoveList& out) { return move_list(object, out.moves); }
+};
+
+namespace {
+
+// Sequences of moves: a sequence of move lists, or an Array whose rows are the sequences.
+bool move_lists(PyObject* object, std::vector<std::vector<std::uint64_t>>& out) {
+  out.clear();
+  if (is_instance<ArrayClass>(object)) {
+    std::vector<std::uint64_t> values;
+    if (!move_list(object, values)) return false;
+    const std::uint64_t rows = instance_of<ArrayClass>(object).value.shape()[0];
+    const std::size_t width = rows == 0 ? 0 : values.size() / rows;
+    for (std::uint64_t r = 0; r < rows; ++r)
+      out.emplace_back(values.begin() + r * width, values.begin() + (r + 1) * width);
+    return true;
+  }
+  std::vector<MoveList> lists;
+  if (!Converter<std::vector<MoveList>>::convert(object, lists)) return false;
+  for (MoveList& list : lists) out.push_back(std::move(list.moves));
+  return true;
+}
+
 // ---- construction ----
 
 constexpr char kDoc[] =
@@ -143,7 +184,10 @@ constexpr char kWithMovesDoc[] =
     "an empty sequence is the identity, named \".\".";
 PyObject* with_moves(Self& self, Arguments& args) {
   std::vector<std::vector<std::uint64_t>> sequences;
-  if (!args.convert(sequences)) return nullptr;
+  if (!move_lists(args[0], sequences)) {
+    note_argument("sequences");
+    return nullptr;
+  }
   Result<Layout> made = released([&] { return tv::with_moves(self.value, sequences); });
   if (!made) return raise_failure(made.failure());
   return wrap<LayoutClass>(std::move(made).value());
@@ -165,7 +209,10 @@ constexpr char kMovesToActionsDoc[] =
     "moves_to_actions($self, moves)\n--\n\nThe puzzle's action for each move, as PuzzleBatch.step takes them.";
 PyObject* moves_to_actions(Self& self, Arguments& args) {
   std::vector<std::uint64_t> moves;
-  if (!args.convert(moves)) return nullptr;
+  if (!move_list(args[0], moves)) {
+    note_argument("moves");
+    return nullptr;
+  }
   return to_python(tv::moves_to_actions(self.value, moves));
 }
 
