@@ -298,11 +298,10 @@ def catalog_case(row):
         layout = tv.Layout(query)
     except tv.PuzzleError as error:
         layout = str(error)
-    try:
-        tabular = tv.PuzzleBatch(query, 1).is_tabular
-    except tv.PuzzleError:
-        tabular = False
-    return name, query, layout, tabular
+    batch = tv.PuzzleBatch(query, 1)
+    if not isinstance(layout, str):
+        batch.same_puzzle(layout)
+    return name, query, layout, batch.is_tabular
 
 
 def test_catalog_layouts_exist_exactly_for_tabular_puzzles_and_cubes():
@@ -318,6 +317,33 @@ def test_catalog_layouts_exist_exactly_for_tabular_puzzles_and_cubes():
         else:
             assert tabular, name
     assert {"2x2x2 Cube", "Rubik's Cube (3x3x3)", "4x4x4 Cube", "5x5x5 Cube"} <= set(cubes)
+
+
+# ---- batches in a layout's numbering ----
+
+@pytest.mark.parametrize("recipe", [CUBES[3], CUBES[4], "Megaminx"])
+def test_batches_read_and_write_facelets(recipe):
+    layout = tv.Layout(recipe)
+    batch = tv.PuzzleBatch(layout.query, 6, seed=2, scramble=9)
+    assert np.array_equal(batch.facelets(layout), layout.to_facelets(batch.observations()))
+    assert np.array_equal(batch.facelet_ids(layout), layout.to_facelet_ids(batch.sticker_ids()))
+    states = np.asarray(layout.scrambled(6, 11, seed=4))
+    batch.set_facelets(layout, states)
+    assert np.array_equal(batch.facelets(layout), states)
+    batch.set_facelets(layout, layout.goal_colors)
+    assert all(batch.solved().tolist()) and batch.move_counts == [0] * 6
+    assert tv.PuzzleBatch(layout.query, 1).facelets(layout).shape == (1, layout.facelet_count)
+
+
+def test_a_batch_refuses_a_layout_of_another_puzzle(cube):
+    batch = tv.PuzzleBatch(CUBES[2], 2)
+    with pytest.raises(ValueError, match=r"this layout describes \?shell=C\$1&cut=C\$1/3, and this batch holds "
+                                         r"\?shell=C\$1&cut=C\$0"):
+        batch.facelets(cube)
+    with pytest.raises(TypeError, match="'str' object is not an instance of 'Layout'"):
+        batch.same_puzzle("Megaminx")
+    with pytest.raises(ValueError, match="54 values, and 53 is not"):
+        tv.PuzzleBatch(CUBES[3], 2).set_facelets(cube, [0] * 53)
 
 
 # ---- what bad input gets ----

@@ -10,6 +10,7 @@
 #include "bindings/arrays.hpp"
 #include "bindings/classes.hpp"
 #include "bindings/colors.hpp"
+#include "bindings/layouts.hpp"
 #include "bindings/recipes.hpp"
 #include "bindings/results.hpp"
 #include "parse.hpp"
@@ -329,22 +330,106 @@ bool read_states(PyObject* object, std::vector<std::uint32_t>& values) {
   return true;
 }
 
+// Reads argument i at the width that `bound` gives, widened to 32 bits.
+bool read_at_bound(Arguments& args, std::size_t i, std::uint64_t bound, std::vector<std::uint32_t>& values) {
+  bool read = false;
+  switch (whole_type_for_bound(bound)) {
+    case ElementType::U8: read = read_states<std::uint8_t>(args[i], values); break;
+    case ElementType::U16: read = read_states<std::uint16_t>(args[i], values); break;
+    default: read = read_states<std::uint32_t>(args[i], values); break;
+  }
+  if (!read) note_argument(args.name(i));
+  return read;
+}
+
 PyObject* set_states(Self& self, Arguments& args) {
   bool ids = false;
   if (!args.convert_one(1, ids)) return nullptr;
   const std::uint64_t bound = ids ? self.value.sticker_count() : self.value.color_count();
   std::vector<std::uint32_t> values;
-  bool read = false;
-  switch (whole_type_for_bound(bound)) {
-    case ElementType::U8: read = read_states<std::uint8_t>(args[0], values); break;
-    case ElementType::U16: read = read_states<std::uint16_t>(args[0], values); break;
-    default: read = read_states<std::uint32_t>(args[0], values); break;
-  }
-  if (!read) {
-    note_argument("states");
+  if (!read_at_bound(args, 0, bound, values)) return nullptr;
+  return to_python(released([&] { return self.value.set_states(std::move(values), ids); }));
+}
+
+// ---- states in a layout's numbering ----
+
+// The layout argument i, when it describes this batch's puzzle: the same canonical query.
+const Layout* layout_argument(Self& self, Arguments& args, std::size_t i) {
+  PyObject* object = args[i];
+  if (!is_instance<LayoutClass>(object)) {
+    raise_mismatch(object, "Layout");
+    note_argument(args.name(i));
     return nullptr;
   }
-  return to_python(released([&] { return self.value.set_states(std::move(values), ids); }));
+  const Layout& layout = instance_of<LayoutClass>(object).value;
+  if (layout.query != self.value.query()) {
+    raise(PyExc_ValueError, "this layout describes " + layout.query + ", and this batch holds " + self.value.query());
+    return nullptr;
+  }
+  return &layout;
+}
+
+// A layout conversion of every copy's row of `block`, as a block of count rows also for one copy.
+template <class Convert>
+Result<ArrayBuffer> convert_rows(const ArrayBuffer& block, Convert convert) {
+  const auto values = [&](auto* type) {
+    using T = std::remove_pointer_t<decltype(type)>;
+    return std::span<const T>(reinterpret_cast<const T*>(block.bytes()), block.size());
+  };
+  Result<ArrayBuffer> out = block.type() == ElementType::U8    ? convert(values(static_cast<std::uint8_t*>(nullptr)))
+                            : block.type() == ElementType::U16 ? convert(values(static_cast<std::uint16_t*>(nullptr)))
+                                                               : convert(values(static_cast<std::uint32_t*>(nullptr)));
+  if (!out || out->shape().size() == 2) return out;
+  TV_TRY(ArrayBuffer rows, allocate_array(out->type(), {1, out->size()}));
+  std::memcpy(rows.bytes(), out->bytes(), out->byte_size());
+  return rows;
+}
+
+constexpr char kSetFaceletsDoc[] =
+    "set_facelets($self, layout, facelets)\n--\n\n"
+    "Puts states given in the layout's facelet order into the copies, as set_states puts colors; a single "
+    "state goes into every copy.";
+PyObject* set_facelets(Self& self, Arguments& args) {
+  const Layout* layout = layout_argument(self, args, 0);
+  std::vector<std::uint32_t> facelets;
+  if (layout == nullptr || !read_at_bound(args, 1, layout->value_bound(), facelets)) return nullptr;
+  return to_python(released([&]() -> Status {
+    TV_TRY(const ArrayBuffer colors, tv::from_facelets(*layout, std::span<const std::uint32_t>(facelets)));
+    std::vector<std::uint32_t> values(colors.size());
+    for (std::size_t i = 0; i < values.size(); ++i) values[i] = static_cast<std::uint32_t>(colors.whole(i));
+    return self.value.set_states(std::move(values), false);
+  }));
+}
+
+constexpr char kSamePuzzleDoc[] =
+    "same_puzzle($self, layout)\n--\n\n"
+    "Checks that the layout was made for this batch's puzzle: ValueError naming both recipes if not.";
+PyObject* same_puzzle(Self& self, Arguments& args) {
+  if (layout_argument(self, args, 0) == nullptr) return nullptr;
+  Py_RETURN_NONE;
+}
+
+constexpr char kFaceletsDoc[] =
+    "facelets($self, layout)\n--\n\nEvery copy's colors in the layout's facelet order, shape (count, facelet_count).";
+PyObject* facelets(Self& self, Arguments& args) {
+  const Layout* layout = layout_argument(self, args, 0);
+  if (layout == nullptr) return nullptr;
+  return array_result(released([&]() -> Result<ArrayBuffer> {
+    TV_TRY(const ArrayBuffer colors, self.value.observations());
+    return convert_rows(colors, [&](auto values) { return tv::to_facelets(*layout, values); });
+  }));
+}
+
+constexpr char kFaceletIdsDoc[] =
+    "facelet_ids($self, layout)\n--\n\n"
+    "Every copy's sticker identities in the layout's facelet order, shape (count, facelet_count).";
+PyObject* facelet_ids(Self& self, Arguments& args) {
+  const Layout* layout = layout_argument(self, args, 0);
+  if (layout == nullptr) return nullptr;
+  return array_result(released([&]() -> Result<ArrayBuffer> {
+    TV_TRY(const ArrayBuffer ids, self.value.sticker_ids());
+    return convert_rows(ids, [&](auto values) { return tv::to_facelet_ids(*layout, values); });
+  }));
 }
 
 // ---- arrays of the states, exclusive ----
@@ -483,12 +568,16 @@ PyMethodDef methods[] = {
     TV_METHOD(BatchClass, "undo", kUndoDoc, Access::Exclusive, undo),
     TV_METHOD(BatchClass, "apply", kApplyDoc, Access::Exclusive, apply),
     TV_METHOD(BatchClass, "set_states", kSetStatesDoc, Access::Exclusive, set_states),
+    TV_METHOD(BatchClass, "set_facelets", kSetFaceletsDoc, Access::Exclusive, set_facelets),
     TV_METHOD(BatchClass, "observations", kObservationsDoc, Access::Exclusive, state_array<&Batch::observations>),
     TV_METHOD(BatchClass, "sticker_ids", kStickerIdsDoc, Access::Exclusive, state_array<&Batch::sticker_ids>),
     TV_METHOD(BatchClass, "one_hot", kOneHotDoc, Access::Exclusive, state_array<&Batch::one_hot>),
     TV_METHOD(BatchClass, "action_masks", kActionMasksDoc, Access::Exclusive, state_array<&Batch::action_masks>),
     TV_METHOD(BatchClass, "solved", kSolvedDoc, Access::Exclusive, state_array<&Batch::solved>),
     TV_METHOD(BatchClass, "render", kRenderDoc, Access::Exclusive, render),
+    TV_METHOD(BatchClass, "same_puzzle", kSamePuzzleDoc, Access::Shared, same_puzzle),
+    TV_METHOD(BatchClass, "facelets", kFaceletsDoc, Access::Exclusive, facelets),
+    TV_METHOD(BatchClass, "facelet_ids", kFaceletIdsDoc, Access::Exclusive, facelet_ids),
     TV_METHOD(BatchClass, "render_states", kRenderStatesDoc, Access::Exclusive, render_states),
     TV_METHOD(BatchClass, "frames", kFramesDoc, Access::Exclusive, frames),
     TV_METHOD(BatchClass, "configure", kConfigureDoc, Access::Exclusive, configure),
