@@ -378,7 +378,8 @@ PyObject* trajectories(Self& self, Arguments& args) {
 constexpr char kScrambledDoc[] =
     "scrambled($self, count, depth, *, seed=0)\n--\n\n"
     "The end states of `count` random walks from solved, each `depth` moves long: a number, a (low, high) "
-    "range drawn per walk, or one depth per walk. A walk never takes the move that undoes its last one.";
+    "range drawn per walk, or one depth per walk. A draw of inverses[previous] is sent on to the next move, "
+    "so a walk never takes that move right after its previous one (a twin with the same permutation may).";
 PyObject* scrambled(Self& self, Arguments& args) {
   std::uint64_t count = 0, seed = 0;
   DepthChoice choice;
