@@ -79,8 +79,13 @@ void paint_entries(const Entry* entries, const Color* words, std::uint32_t s, st
       constexpr Color kEven = 0x00FF00FFu;
       const Entry* bottom = top + row_length;
       for (std::uint32_t x = 0; x < width; ++x) {
-        const Color a = words[top[2 * x]], b = words[top[2 * x + 1]];
-        const Color c = words[bottom[2 * x]], d = words[bottom[2 * x + 1]];
+        const Entry ea = top[2 * x], eb = top[2 * x + 1], ec = bottom[2 * x], ed = bottom[2 * x + 1];
+        // Inside a sticker all four samples show one slot, whose word is its own mean.
+        if (ea == eb && ea == ec && ea == ed) {
+          store_word(out + 4 * x, words[ea]);
+          continue;
+        }
+        const Color a = words[ea], b = words[eb], c = words[ec], d = words[ed];
         const Color even = (a & kEven) + (b & kEven) + (c & kEven) + (d & kEven) + 0x00020002u;
         const Color odd = ((a >> 8) & kEven) + ((b >> 8) & kEven) + ((c >> 8) & kEven) + ((d >> 8) & kEven) + 0x00020002u;
         store_word(out + 4 * x, ((even >> 2) & kEven) | (((odd >> 2) & kEven) << 8));
