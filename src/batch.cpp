@@ -29,15 +29,19 @@ void fill_identity(T* row, std::size_t n) {
 }
 
 template <class T>
-Tabular<T> make_tabular(const std::vector<std::vector<std::uint32_t>>& permutations, std::size_t n,
-                        std::uint64_t count) {
+Tabular<T> make_tabular(const std::vector<std::vector<std::uint32_t>>& permutations,
+                        const std::vector<std::uint16_t>& colors, std::uint64_t count) {
+  const std::size_t n = colors.size();
   Tabular<T> engine;
   engine.moves.reserve(permutations.size() * n);
   for (const auto& perm : permutations)
     for (std::uint32_t s : perm) engine.moves.push_back(static_cast<T>(s));
-  if constexpr (std::is_same_v<T, std::uint8_t>)
-    if (n > 0 && n <= kShuffleMaxSlots && shuffles_available())
-      engine.shuffles = compile_shuffles(engine.moves.data(), permutations.size(), n);
+  if constexpr (std::is_same_v<T, std::uint8_t>) {
+    const bool small_colors = std::all_of(colors.begin(), colors.end(), [](std::uint16_t c) { return c < 256; });
+    if (n > 0 && n <= kShuffleMaxSlots && small_colors && shuffles_available())
+      engine.shuffles = compile_shuffles(engine.moves.data(), permutations.size(), n,
+                                         std::vector<std::uint8_t>(colors.begin(), colors.end()));
+  }
   engine.states.resize(count * n);
   engine.scratch.resize(count * n);
   for (std::uint64_t i = 0; i < count; ++i) fill_identity(engine.states.data() + i * n, n);
@@ -106,9 +110,9 @@ Result<Batch> Batch::from_permutations(std::string query, std::shared_ptr<const 
   batch.base_ = std::move(base);
   try {
     switch (width) {
-      case ElementType::U8: batch.engine_ = make_tabular<std::uint8_t>(permutations, n, count); break;
-      case ElementType::U16: batch.engine_ = make_tabular<std::uint16_t>(permutations, n, count); break;
-      default: batch.engine_ = make_tabular<std::uint32_t>(permutations, n, count); break;
+      case ElementType::U8: batch.engine_ = make_tabular<std::uint8_t>(permutations, batch.table_->solved_colors, count); break;
+      case ElementType::U16: batch.engine_ = make_tabular<std::uint16_t>(permutations, batch.table_->solved_colors, count); break;
+      default: batch.engine_ = make_tabular<std::uint32_t>(permutations, batch.table_->solved_colors, count); break;
     }
     batch.rng_.resize(count);
     batch.last_moves_.assign(count, kNoMove);
@@ -181,13 +185,22 @@ void Batch::seed_all(std::uint64_t seed) {
 
 namespace {
 
+// Rows [begin, end) of the state move into the second buffer, row r by actions[r] (or all by
+// actions[0] when `same_action`); solved[r] is written when asked.
 template <class T>
-void move_row(const Tabular<T>& e, std::uint32_t a, const T* in, T* out, std::size_t n) {
+void move_leaf(const Tabular<T>& e, T* out, const std::uint32_t* actions, bool same_action, std::size_t begin,
+               std::size_t end, std::size_t n, const std::vector<std::uint16_t>& colors, std::uint8_t* solved) {
+  const T* in = e.states.data();
   if constexpr (std::is_same_v<T, std::uint8_t>) {
-    const auto readable = static_cast<std::size_t>(e.states.data() + e.states.size() - in);
-    if (e.shuffles.chunks > 0) return shuffle_row(e.shuffles, a, in, readable, out);
+    if (e.shuffles.chunks > 0)
+      return shuffle_rows(e.shuffles, actions + (same_action ? 0 : begin), same_action, in + begin * n,
+                          e.states.size() - begin * n, out + begin * n, end - begin,
+                          solved == nullptr ? nullptr : solved + begin);
   }
-  gather(out, in, e.moves.data() + std::size_t{a} * n, n);
+  for (std::size_t row = begin; row < end; ++row) {
+    gather(out + row * n, in + row * n, e.moves.data() + std::size_t{actions[same_action ? 0 : row]} * n, n);
+    if (solved != nullptr) solved[row] = row_is_solved(out + row * n, colors) ? 1 : 0;
+  }
 }
 
 // Moves `row` through `count` actions, using `other` (a row of scratch) as the second buffer.
@@ -205,20 +218,20 @@ void move_row_through(const Tabular<T>& e, const std::uint32_t* actions, std::si
   if (from != row) std::copy(from, from + n, row);
 }
 
-// Every row moves by action_of(row) into the second buffer, which then becomes the state; the
-// move enters the row's last move and history, and solved[row] is written when asked.
-template <class T, class ActionOf>
+// Every row moves by its action (actions[row], or actions[0] for all when `same_action`) into
+// the second buffer, which then becomes the state; the move enters the row's last move and
+// history, and solved[row] is written when asked.
+template <class T>
 Status move_rows(Tabular<T>& e, std::size_t n, std::vector<std::uint32_t>& last_moves, Histories& histories,
-                 const std::vector<std::uint16_t>& colors, ActionOf action_of, std::uint8_t* solved) {
+                 const std::vector<std::uint16_t>& colors, const std::uint32_t* actions, bool same_action,
+                 std::uint8_t* solved) {
   TV_CHECK(make_room(histories, [](Histories& h) { h.reserve_each(1); }));
   pool::for_each_leaf(last_moves.size(), [&](std::size_t begin, std::size_t end) {
+    move_leaf(e, e.scratch.data(), actions, same_action, begin, end, n, colors, solved);
     for (std::size_t row = begin; row < end; ++row) {
-      const std::uint32_t a = action_of(row);
-      T* out = e.scratch.data() + row * n;
-      move_row(e, a, e.states.data() + row * n, out, n);
+      const std::uint32_t a = actions[same_action ? 0 : row];
       last_moves[row] = a;
       histories.push(row, a);
-      if (solved != nullptr) solved[row] = row_is_solved(out, colors) ? 1 : 0;
     }
   });
   e.states.swap(e.scratch);
@@ -242,7 +255,7 @@ Result<std::pair<ArrayBuffer, ArrayBuffer>> Batch::step(const std::vector<std::u
   TV_CHECK(std::visit(
       [&](auto& e) {
         return move_rows(e, sticker_count(), last_moves_, histories_, table_->solved_colors,
-                         [&](std::size_t row) { return actions[row]; }, solved.bytes());
+                         actions.data(), false, solved.bytes());
       },
       engine_));
   return std::pair{std::move(solved), std::move(applied)};
@@ -261,7 +274,7 @@ Result<std::uint64_t> Batch::apply(std::string_view text) {
       TV_CHECK(std::visit(
           [&](auto& e) {
             return move_rows(e, sticker_count(), last_moves_, histories_, table_->solved_colors,
-                             [a](std::size_t) { return a; }, nullptr);
+                             &a, true, nullptr);
           },
           engine_));
     }
@@ -423,6 +436,10 @@ ArrayBuffer Batch::tabular_solved() const {
   std::visit(
       [&](const auto& e) {
         pool::for_each_leaf(count(), [&](std::size_t begin, std::size_t end) {
+          if constexpr (std::is_same_v<std::remove_cvref_t<decltype(e)>, Tabular<std::uint8_t>>) {
+            if (e.shuffles.chunks > 0)
+              return solved_rows(e.shuffles, e.states.data() + begin * n, end - begin, target + begin);
+          }
           for (std::size_t row = begin; row < end; ++row)
             target[row] = row_is_solved(e.states.data() + row * n, table_->solved_colors) ? 1 : 0;
         });

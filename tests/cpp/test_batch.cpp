@@ -249,33 +249,69 @@ TEST(GeometricBatch, CopiesFindTheSharedTablesPlanesInTheirOwnField) {
 namespace tv {
 namespace {
 
-TEST(Shuffle, CompiledShufflesGiveTheGathersBytes) {
-  if (!shuffles_available()) GTEST_SKIP() << "no SSSE3";
-  std::uint64_t state = 3;
-  for (std::size_t n : {1, 15, 16, 17, 24, 54, 64}) {
-    std::vector<std::uint8_t> moves;
-    for (int a = 0; a < 4; ++a) {
-      std::vector<std::uint8_t> perm(n);
-      std::iota(perm.begin(), perm.end(), 0);
+// Every kind of program the processor runs gives the gather's bytes: one row, many rows (the
+// last ones loaded without bytes past the buffer), walks, and the solved flags of a step.
+class ShuffleKinds : public testing::TestWithParam<std::size_t> {};
+
+TEST_P(ShuffleKinds, GiveTheGathersBytes) {
+  const std::size_t n = GetParam();
+  std::uint64_t state = 3 + n;
+  constexpr std::size_t actions = 4, rows = 9;
+  std::vector<std::uint8_t> moves, colors(n);
+  for (std::size_t a = 0; a < actions; ++a) {
+    std::vector<std::uint8_t> perm(n);
+    std::iota(perm.begin(), perm.end(), 0);
+    // Action 3 only swaps two slots of one color, so a row it moves stays solved.
+    if (a < 3)
       for (std::size_t i = n; i > 1; --i) std::swap(perm[i - 1], perm[next_random(state) % i]);
-      moves.insert(moves.end(), perm.begin(), perm.end());
-    }
-    const ShuffleProgram program = compile_shuffles(moves.data(), 4, n);
-    std::vector<std::uint8_t> row(n), shuffled(n), gathered(n);
-    for (std::size_t s = 0; s < n; ++s) row[s] = static_cast<std::uint8_t>(200 - s);
-    const std::uint32_t walk[] = {0, 3, 1, 1, 2};
-    gathered = row;
-    for (std::uint32_t a : walk) {
-      std::vector<std::uint8_t> next(n);
-      for (std::size_t s = 0; s < n; ++s) next[s] = gathered[moves[a * n + s]];
-      shuffle_row(program, a, gathered.data(), n, shuffled.data());
-      EXPECT_EQ(shuffled, next) << n;
-      gathered = next;
-    }
+    else if (n >= 2)
+      std::swap(perm[0], perm[1]);
+    moves.insert(moves.end(), perm.begin(), perm.end());
+  }
+  for (std::size_t s = 0; s < n; ++s) colors[s] = static_cast<std::uint8_t>(s < 2 ? 0 : s % 5 + 1);
+  const auto gather = [&](const std::uint8_t* row, std::uint32_t a) {
+    std::vector<std::uint8_t> next(n);
+    for (std::size_t s = 0; s < n; ++s) next[s] = row[moves[a * n + s]];
+    return next;
+  };
+  std::vector<std::uint8_t> in(rows * n), expected;
+  std::vector<std::uint32_t> step(rows);
+  std::vector<std::uint8_t> expected_solved(rows);
+  for (std::size_t r = 0; r < rows; ++r) {
+    for (std::size_t s = 0; s < n; ++s) in[r * n + s] = static_cast<std::uint8_t>(r % 3 == 0 ? s : next_random(state) % n);
+    step[r] = static_cast<std::uint32_t>(r % actions);
+    const auto next = gather(in.data() + r * n, step[r]);
+    expected.insert(expected.end(), next.begin(), next.end());
+    bool solved = true;
+    for (std::size_t s = 0; s < n; ++s) solved = solved && colors[next[s]] == colors[s];
+    expected_solved[r] = solved;
+  }
+  const std::uint32_t walk[] = {0, 3, 1, 1, 2};
+  std::vector<std::uint8_t> walked(in.begin(), in.begin() + static_cast<std::ptrdiff_t>(n));
+  for (std::uint32_t a : walk) walked = gather(walked.data(), a);
+
+  for (ShuffleKind kind : shuffle_kinds()) {
+    if (kind == ShuffleKind::None) continue;
+    const ShuffleProgram program = compile_shuffles(moves.data(), actions, n, colors, kind);
+    const auto label = "kind " + std::to_string(static_cast<int>(kind)) + ", " + std::to_string(n) + " slots";
+    std::vector<std::uint8_t> out(rows * n + 1, 0xEE), solved(rows, 2);
+    shuffle_rows(program, step.data(), false, in.data(), in.size(), out.data(), rows, solved.data());
+    EXPECT_EQ(out.back(), 0xEE) << label;
+    out.pop_back();
+    EXPECT_EQ(out, expected) << label;
+    EXPECT_EQ(solved, expected_solved) << label;
+    solved_rows(program, out.data(), rows, solved.data());
+    EXPECT_EQ(solved, expected_solved) << label;
+    std::vector<std::uint8_t> one(n);
+    shuffle_row(program, 2, in.data() + (rows - 1) * n, n, one.data());
+    EXPECT_EQ(one, gather(in.data() + (rows - 1) * n, 2)) << label;
+    std::vector<std::uint8_t> row(in.begin(), in.begin() + static_cast<std::ptrdiff_t>(n));
     shuffle_row_through(program, walk, 5, row.data());
-    EXPECT_EQ(row, gathered) << n;
+    EXPECT_EQ(row, walked) << label;
   }
 }
+
+INSTANTIATE_TEST_SUITE_P(Slots, ShuffleKinds, testing::Values(1, 4, 15, 16, 17, 24, 54, 63, 64));
 
 }  // namespace
 }  // namespace tv
