@@ -11,6 +11,11 @@
 namespace tv {
 namespace {
 
+// Whether an engine and an output pointer are both bytes, so compiled programs may serve.
+template <class Engine, class Target>
+constexpr bool compiled_bytes =
+    std::is_same_v<std::remove_cvref_t<Engine>, Tabular<std::uint8_t>> && std::is_same_v<Target, std::uint8_t*>;
+
 template <class T>
 bool row_is_solved(const T* row, const std::vector<std::uint16_t>& colors) {
   for (std::size_t s = 0; s < colors.size(); ++s)
@@ -390,6 +395,10 @@ ArrayBuffer Batch::tabular_observations() const {
       [&](const auto& e) {
         const auto write = [&](auto* target) {
           pool::for_each_leaf(count(), [&](std::size_t begin, std::size_t end) {
+            if constexpr (compiled_bytes<decltype(e), decltype(target)>) {
+              if (e.shuffles.chunks > 0)
+                return colors_of(e.shuffles, e.states.data() + begin * n, (end - begin) * n, target + begin * n);
+            }
             for (std::size_t i = begin * n; i < end * n; ++i)
               target[i] = static_cast<std::remove_pointer_t<decltype(target)>>(colors[e.states[i]]);
           });
@@ -421,6 +430,11 @@ ArrayBuffer Batch::tabular_one_hot() const {
   std::visit(
       [&](const auto& e) {
         pool::for_each_leaf(count(), [&](std::size_t begin, std::size_t end) {
+          if constexpr (compiled_bytes<decltype(e), std::uint8_t*>) {
+            if (e.shuffles.chunks > 0 && colors <= kShuffleMaxSlots)
+              return one_hot_of(e.shuffles, colors, e.states.data() + begin * n, (end - begin) * n,
+                                target + begin * n * colors);
+          }
           for (std::size_t i = begin * n; i < end * n; ++i) target[i * colors + solved_colors[e.states[i]]] = 1;
         });
       },
@@ -436,7 +450,7 @@ ArrayBuffer Batch::tabular_solved() const {
   std::visit(
       [&](const auto& e) {
         pool::for_each_leaf(count(), [&](std::size_t begin, std::size_t end) {
-          if constexpr (std::is_same_v<std::remove_cvref_t<decltype(e)>, Tabular<std::uint8_t>>) {
+          if constexpr (compiled_bytes<decltype(e), std::uint8_t*>) {
             if (e.shuffles.chunks > 0)
               return solved_rows(e.shuffles, e.states.data() + begin * n, end - begin, target + begin);
           }

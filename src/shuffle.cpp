@@ -205,6 +205,44 @@ TV_VBMI void vbmi_solved_rows(const ShuffleProgram& program, const std::uint8_t*
     solved[r] = vbmi_solved(mask, _mm512_maskz_loadu_epi8(mask, rows + r * program.slots), colors);
 }
 
+// A mask of the first min(count, 64) bytes.
+TV_VBMI inline __mmask64 first_bytes(std::size_t count) { return row_mask(std::min(count, kShuffleMaxSlots)); }
+
+TV_VBMI void vbmi_colors_of(const ShuffleProgram& program, const std::uint8_t* ids, std::size_t count,
+                            std::uint8_t* out) {
+  const __m512i colors = _mm512_loadu_si512(program.colors.data());
+  for (std::size_t i = 0; i < count; i += kShuffleMaxSlots) {
+    const __mmask64 mask = first_bytes(count - i);
+    _mm512_mask_storeu_epi8(out + i, mask, _mm512_maskz_permutexvar_epi8(mask, _mm512_maskz_loadu_epi8(mask, ids + i), colors));
+  }
+}
+
+// Output byte q of the one-hot block is 1 when the color of element q / C is q % C. A 64-byte
+// chunk starting at q0 reads the elements from q0 / C on; which of them each byte looks at, and
+// for which color, depends only on q0 % C, so there are C patterns of (element, color) pairs.
+TV_VBMI void vbmi_one_hot_of(const ShuffleProgram& program, std::size_t color_count, const std::uint8_t* ids,
+                             std::size_t count, std::uint8_t* out) {
+  const std::size_t c = color_count;
+  std::vector<std::uint8_t> elements(c * kShuffleMaxSlots), hues(c * kShuffleMaxSlots);
+  for (std::size_t r = 0; r < c; ++r)
+    for (std::size_t k = 0; k < kShuffleMaxSlots; ++k) {
+      elements[r * kShuffleMaxSlots + k] = static_cast<std::uint8_t>((r + k) / c);
+      hues[r * kShuffleMaxSlots + k] = static_cast<std::uint8_t>((r + k) % c);
+    }
+  const __m512i colors = _mm512_loadu_si512(program.colors.data());
+  const __m512i ones = _mm512_set1_epi8(1);
+  const std::size_t total = count * c;
+  for (std::size_t q = 0; q < total; q += kShuffleMaxSlots) {
+    const std::size_t first = q / c, r = q % c;
+    const __mmask64 window = first_bytes(count - first);
+    const __m512i seen = _mm512_maskz_permutexvar_epi8(window, _mm512_maskz_loadu_epi8(window, ids + first), colors);
+    const __m512i spread =
+        _mm512_maskz_permutexvar_epi8(~__mmask64{0}, _mm512_loadu_si512(elements.data() + r * kShuffleMaxSlots), seen);
+    const __mmask64 hit = _mm512_cmpeq_epi8_mask(spread, _mm512_loadu_si512(hues.data() + r * kShuffleMaxSlots));
+    _mm512_mask_storeu_epi8(out + q, first_bytes(total - q), _mm512_maskz_mov_epi8(hit, ones));
+  }
+}
+
 TV_VBMI void vbmi_rows(const ShuffleProgram& program, const std::uint32_t* actions, bool same_action,
                        const std::uint8_t* in, std::uint8_t* out, std::size_t rows, std::uint8_t* solved) {
   const std::size_t slots = program.slots;
@@ -254,6 +292,18 @@ void solved_rows(const ShuffleProgram& program, const std::uint8_t* rows, std::s
   for (std::size_t r = 0; r < count; ++r) solved[r] = colors_match(program, rows + r * program.slots);
 }
 
+void colors_of(const ShuffleProgram& program, const std::uint8_t* ids, std::size_t count, std::uint8_t* out) {
+  if (program.kind == ShuffleKind::Avx512Vbmi) return vbmi_colors_of(program, ids, count, out);
+  for (std::size_t i = 0; i < count; ++i) out[i] = program.colors[ids[i]];
+}
+
+void one_hot_of(const ShuffleProgram& program, std::size_t color_count, const std::uint8_t* ids, std::size_t count,
+                std::uint8_t* out) {
+  TV_ENSURE(color_count <= kShuffleMaxSlots, "at most 64 colors");
+  if (program.kind == ShuffleKind::Avx512Vbmi) return vbmi_one_hot_of(program, color_count, ids, count, out);
+  for (std::size_t i = 0; i < count; ++i) out[i * color_count + program.colors[ids[i]]] = 1;
+}
+
 void shuffle_row_through(const ShuffleProgram& program, const std::uint32_t* actions, std::size_t count,
                          std::uint8_t* row) {
   switch (program.kind) {
@@ -278,6 +328,12 @@ void shuffle_rows(const ShuffleProgram&, const std::uint32_t*, bool, const std::
   fail_invariant("compiled shuffles on a processor without them");
 }
 void solved_rows(const ShuffleProgram&, const std::uint8_t*, std::size_t, std::uint8_t*) {
+  fail_invariant("compiled shuffles on a processor without them");
+}
+void colors_of(const ShuffleProgram&, const std::uint8_t*, std::size_t, std::uint8_t*) {
+  fail_invariant("compiled shuffles on a processor without them");
+}
+void one_hot_of(const ShuffleProgram&, std::size_t, const std::uint8_t*, std::size_t, std::uint8_t*) {
   fail_invariant("compiled shuffles on a processor without them");
 }
 void shuffle_row_through(const ShuffleProgram&, const std::uint32_t*, std::size_t, std::uint8_t*) {

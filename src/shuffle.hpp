@@ -63,6 +63,14 @@ void shuffle_rows(const ShuffleProgram& program, const std::uint32_t* actions, b
 // program must have the colors).
 void solved_rows(const ShuffleProgram& program, const std::uint8_t* rows, std::size_t count, std::uint8_t* solved);
 
+// out[i] = the solved color of slot ids[i], for `count` slot numbers (the program must have the
+// colors).
+void colors_of(const ShuffleProgram& program, const std::uint8_t* ids, std::size_t count, std::uint8_t* out);
+// The one-hot colors of `count` slot numbers into a zero-filled `out`: out[i * color_count + c]
+// is 1 where c is the solved color of slot ids[i]. `color_count` is at most 64, above every color.
+void one_hot_of(const ShuffleProgram& program, std::size_t color_count, const std::uint8_t* ids, std::size_t count,
+                std::uint8_t* out);
+
 // Moves `row` by each action of `actions` in turn, in place.
 void shuffle_row_through(const ShuffleProgram& program, const std::uint32_t* actions, std::size_t count,
                          std::uint8_t* row);

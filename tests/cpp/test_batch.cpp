@@ -250,7 +250,8 @@ namespace tv {
 namespace {
 
 // Every kind of program the processor runs gives the gather's bytes: one row, many rows (the
-// last ones loaded without bytes past the buffer), walks, and the solved flags of a step.
+// last ones loaded without bytes past the buffer), walks, the solved flags of a step, and the
+// colors and one-hot colors of a block.
 class ShuffleKinds : public testing::TestWithParam<std::size_t> {};
 
 TEST_P(ShuffleKinds, GiveTheGathersBytes) {
@@ -302,6 +303,14 @@ TEST_P(ShuffleKinds, GiveTheGathersBytes) {
     EXPECT_EQ(solved, expected_solved) << label;
     solved_rows(program, out.data(), rows, solved.data());
     EXPECT_EQ(solved, expected_solved) << label;
+    std::vector<std::uint8_t> seen(in.size()), hot(in.size() * 6), expected_hot(in.size() * 6);
+    colors_of(program, in.data(), in.size(), seen.data());
+    one_hot_of(program, 6, in.data(), in.size(), hot.data());
+    for (std::size_t i = 0; i < in.size(); ++i) {
+      EXPECT_EQ(seen[i], colors[in[i]]) << label;
+      expected_hot[i * 6 + colors[in[i]]] = 1;
+    }
+    EXPECT_EQ(hot, expected_hot) << label;
     std::vector<std::uint8_t> one(n);
     shuffle_row(program, 2, in.data() + (rows - 1) * n, n, one.data());
     EXPECT_EQ(one, gather(in.data() + (rows - 1) * n, 2)) << label;
