@@ -10,7 +10,18 @@ namespace {
 // The first block of a copy: a few moves' worth, so short episodes allocate once.
 constexpr std::size_t kFirstBlock = 8;
 
+// `copies`, once a first block for each is known to be addressable.
+std::size_t addressable(std::size_t copies) {
+  if (copies > std::vector<std::uint32_t>().max_size() / kFirstBlock) throw std::bad_alloc();
+  return copies;
+}
+
 }  // namespace
+
+Histories::Histories(std::size_t copies)
+    : blocks_(addressable(copies)), pool_(copies * kFirstBlock), min_room_(kFirstBlock) {
+  for (std::size_t copy = 0; copy < copies; ++copy) blocks_[copy] = {copy * kFirstBlock, 0, kFirstBlock};
+}
 
 void Histories::reserve_each(std::size_t extra) {
   if (extra <= min_room_) {

@@ -22,7 +22,8 @@ namespace tv {
 
 class Histories {
  public:
-  explicit Histories(std::size_t copies = 0) : blocks_(copies) {}
+  // Every copy empty, with a first block of room. Throws std::bad_alloc.
+  explicit Histories(std::size_t copies = 0);
 
   std::size_t copies() const { return blocks_.size(); }
   std::span<const std::uint32_t> of(std::size_t copy) const {
