@@ -2,6 +2,7 @@ import gc
 import os
 import subprocess
 import sys
+import threading
 
 import numpy as np
 import pytest
@@ -380,6 +381,47 @@ def test_properties_and_repr(cube):
     assert cube.action_index("B'") == 3 and cube.action_index("Z") is None
     assert repr(cube) == f"<PuzzleBatch 4 of {CUBE3} stickers=54 actions=12 tabular>"
     assert tv.PuzzleBatch("Rubik's Cube (3x3x3)", 1).query == CUBE3
+
+
+def digest(b):
+    parts = [b.sticker_ids(), b.solved(), b.one_hot()]
+    return b"".join(a.to_bytes() for a in parts), b.move_counts, [b.history(i) for i in range(len(b))]
+
+
+def test_a_busy_batch_refuses_other_threads_and_refusals_change_nothing():
+    b = tv.PuzzleBatch(CUBE3, 6, seed=3, scramble=4)
+    entered, leave = threading.Event(), threading.Event()
+
+    class Waiting:
+        def __index__(self):
+            entered.set()
+            leave.wait(10)
+            return 2
+
+    worker = threading.Thread(target=lambda: b.reset_one(Waiting(), scramble=1))
+    worker.start()
+    assert entered.wait(10)
+    try:
+        for call, message in [(lambda: b.step([0] * 6), "Already borrowed"),
+                              (lambda: b.scramble(3), "Already borrowed"),
+                              (lambda: b.solved(), "Already borrowed"),
+                              (lambda: b.history(0), "Already mutably borrowed"),
+                              (lambda: b.move_counts, "Already mutably borrowed")]:
+            with pytest.raises(RuntimeError) as info:
+                call()
+            assert str(info.value) == message
+    finally:
+        leave.set()
+        worker.join()
+    twin = tv.PuzzleBatch(CUBE3, 6, seed=3, scramble=4)
+    twin.reset_one(2, scramble=1)
+    assert digest(b) == digest(twin) and b.move_counts == [4, 4, 1, 4, 4, 4]
+    for failing in [lambda: b.step([0, 1, 2, 3, 4, 99]), lambda: b.step([0] * 5), lambda: b.scramble([1] * 7),
+                    lambda: b.apply("A B Q"), lambda: b.reset_where([True] * 5, scramble=2), lambda: b.undo([6])]:
+        now = digest(b)
+        with pytest.raises((ValueError, IndexError, tv.PuzzleError)):
+            failing()
+        assert digest(b) == now
 
 
 # ---- the same bytes on any number of threads ----
