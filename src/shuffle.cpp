@@ -9,6 +9,7 @@
 #include <immintrin.h>
 #define TV_HAVE_SHUFFLES 1
 #define TV_SSSE3 __attribute__((target("ssse3")))
+#define TV_AVX2 __attribute__((target("avx2")))
 #define TV_VBMI __attribute__((target("avx512f,avx512bw,avx512vbmi")))
 #endif
 
@@ -25,6 +26,21 @@ void compile_chunk_masks(ShuffleProgram& program, const std::uint8_t* moves, std
       const std::size_t source = moves[a * slots + s];
       const std::size_t out_chunk = s / 16, in_chunk = source / 16;
       masks[(out_chunk * chunks + in_chunk) * 16 + s % 16] = static_cast<std::uint8_t>(source % 16);
+    }
+  }
+}
+
+// AVX2: one mask per (32-byte output half, input chunk) pair, the input chunk being broadcast
+// to both 16-byte lanes, since vpshufb only looks within a lane.
+void compile_half_masks(ShuffleProgram& program, const std::uint8_t* moves, std::size_t actions) {
+  const std::size_t chunks = program.chunks, halves = (program.slots + 31) / 32, slots = program.slots;
+  const std::size_t per_action = halves * chunks * 32;
+  program.masks.assign(actions * per_action, 0x80);
+  for (std::size_t a = 0; a < actions; ++a) {
+    std::uint8_t* masks = program.masks.data() + a * per_action;
+    for (std::size_t s = 0; s < slots; ++s) {
+      const std::size_t source = moves[a * slots + s];
+      masks[(s / 32 * chunks + source / 16) * 32 + s % 32] = static_cast<std::uint8_t>(source % 16);
     }
   }
 }
@@ -61,10 +77,11 @@ ShuffleProgram compile_shuffles(const std::uint8_t* moves, std::size_t actions, 
   program.slots = slots;
   program.chunks = (slots + 15) / 16;
   std::copy(colors.begin(), colors.end(), program.colors.begin());
-  if (kind == ShuffleKind::Ssse3)
-    compile_chunk_masks(program, moves, actions);
-  else
-    compile_indices(program, moves, actions);
+  switch (kind) {
+    case ShuffleKind::Ssse3: compile_chunk_masks(program, moves, actions); break;
+    case ShuffleKind::Avx2: compile_half_masks(program, moves, actions); break;
+    default: compile_indices(program, moves, actions); break;
+  }
   return program;
 }
 
@@ -76,6 +93,7 @@ const std::vector<ShuffleKind>& shuffle_kinds() {
   static const std::vector<ShuffleKind> kinds = [] {
     std::vector<ShuffleKind> found{ShuffleKind::None};
     if (__builtin_cpu_supports("ssse3")) found.push_back(ShuffleKind::Ssse3);
+    if (__builtin_cpu_supports("avx2")) found.push_back(ShuffleKind::Avx2);
     if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
         __builtin_cpu_supports("avx512vbmi"))
       found.push_back(ShuffleKind::Avx512Vbmi);
@@ -177,6 +195,76 @@ TV_SSSE3 void ssse3_through(const ShuffleProgram& program, const std::uint32_t* 
   store(r, row, program.slots);
 }
 
+// ---- AVX2: a row as up to four 16-byte chunks, each broadcast to both lanes ----
+
+struct Broadcast {
+  __m256i chunk[4];
+};
+
+TV_AVX2 inline Broadcast broadcast(const Row& r) {
+  Broadcast b;
+  for (std::size_t c = 0; c < 4; ++c) b.chunk[c] = _mm256_broadcastsi128_si256(r.chunk[c]);
+  return b;
+}
+
+// The moved row as 32-byte halves.
+TV_AVX2 inline void apply_halves(const ShuffleProgram& program, std::uint32_t action, const Broadcast& in,
+                                 __m256i* halves) {
+  const std::size_t chunks = program.chunks, count = (program.slots + 31) / 32;
+  const auto* masks = reinterpret_cast<const __m256i*>(program.masks.data() + action * count * chunks * 32);
+  for (std::size_t h = 0; h < count; ++h) {
+    __m256i gathered = _mm256_setzero_si256();
+    for (std::size_t c = 0; c < chunks; ++c)
+      gathered = _mm256_or_si256(gathered, _mm256_shuffle_epi8(in.chunk[c], _mm256_loadu_si256(masks + h * chunks + c)));
+    halves[h] = gathered;
+  }
+}
+
+TV_AVX2 inline Row split(const __m256i* halves) {
+  Row r;
+  for (std::size_t h = 0; h < 2; ++h) {
+    r.chunk[2 * h] = _mm256_castsi256_si128(halves[h]);
+    r.chunk[2 * h + 1] = _mm256_extracti128_si256(halves[h], 1);
+  }
+  return r;
+}
+
+TV_AVX2 Row avx2_apply(const ShuffleProgram& program, std::uint32_t action, const Row& in) {
+  __m256i halves[2] = {_mm256_setzero_si256(), _mm256_setzero_si256()};
+  apply_halves(program, action, broadcast(in), halves);
+  return split(halves);
+}
+
+TV_AVX2 void avx2_row(const ShuffleProgram& program, std::uint32_t action, const std::uint8_t* in,
+                      std::size_t readable, std::uint8_t* out) {
+  store(avx2_apply(program, action, load(in, program.slots, readable)), out, program.slots);
+}
+
+TV_AVX2 void avx2_rows(const ShuffleProgram& program, const std::uint32_t* actions, bool same_action,
+                       const std::uint8_t* in, std::size_t readable, std::uint8_t* out, std::size_t rows,
+                       std::uint8_t* solved) {
+  const std::size_t slots = program.slots, count = (slots + 31) / 32, total = rows * slots;
+  for (std::size_t r = 0; r < rows; ++r) {
+    const std::size_t at = r * slots;
+    __m256i halves[2] = {_mm256_setzero_si256(), _mm256_setzero_si256()};
+    apply_halves(program, actions[same_action ? 0 : r], broadcast(load(in + at, slots, readable - at)), halves);
+    if (at + 32 * count <= total) {
+      for (std::size_t h = 0; h < count; ++h) _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + at + 32 * h), halves[h]);
+    } else {
+      store(split(halves), out + at, slots);
+    }
+  }
+  if (solved != nullptr)
+    for (std::size_t r = 0; r < rows; ++r) solved[r] = colors_match(program, out + r * slots);
+}
+
+TV_AVX2 void avx2_through(const ShuffleProgram& program, const std::uint32_t* actions, std::size_t count,
+                          std::uint8_t* row) {
+  Row r = load(row, program.slots, 0);
+  for (std::size_t k = 0; k < count; ++k) r = avx2_apply(program, actions[k], r);
+  store(r, row, program.slots);
+}
+
 // ---- AVX-512 VBMI: a row in one register, masked to its slots (the bytes past them zero) ----
 
 TV_VBMI inline __mmask64 row_mask(std::size_t slots) {
@@ -270,6 +358,7 @@ void shuffle_row(const ShuffleProgram& program, std::uint32_t action, const std:
                  std::uint8_t* out) {
   switch (program.kind) {
     case ShuffleKind::Ssse3: return ssse3_row(program, action, in, readable, out);
+    case ShuffleKind::Avx2: return avx2_row(program, action, in, readable, out);
     case ShuffleKind::Avx512Vbmi: return vbmi_row(program, action, in, out);
     case ShuffleKind::None: break;
   }
@@ -281,6 +370,7 @@ void shuffle_rows(const ShuffleProgram& program, const std::uint32_t* actions, b
                   std::uint8_t* solved) {
   switch (program.kind) {
     case ShuffleKind::Ssse3: return ssse3_rows(program, actions, same_action, in, readable, out, rows, solved);
+    case ShuffleKind::Avx2: return avx2_rows(program, actions, same_action, in, readable, out, rows, solved);
     case ShuffleKind::Avx512Vbmi: return vbmi_rows(program, actions, same_action, in, out, rows, solved);
     case ShuffleKind::None: break;
   }
@@ -308,6 +398,7 @@ void shuffle_row_through(const ShuffleProgram& program, const std::uint32_t* act
                          std::uint8_t* row) {
   switch (program.kind) {
     case ShuffleKind::Ssse3: return ssse3_through(program, actions, count, row);
+    case ShuffleKind::Avx2: return avx2_through(program, actions, count, row);
     case ShuffleKind::Avx512Vbmi: return vbmi_through(program, actions, count, row);
     case ShuffleKind::None: break;
   }

@@ -1,6 +1,6 @@
 // Byte rows of up to 64 slots moved by compiled shuffles instead of a per-byte gather.
 //
-// Two kinds of program, chosen at run time from what the processor has:
+// Three kinds of program, chosen at run time from what the processor has:
 // - AVX-512 VBMI holds the whole row in one 64-byte register, and a move is one vpermb with the
 //   action's permutation as its index vector. The same instruction looks up the colors of the
 //   moved row, so the solved test of a step is one compare.
@@ -8,6 +8,8 @@
 //   mask per (output chunk, input chunk) pair: a byte of an output chunk takes its value from
 //   the one input chunk that holds its source (the mask's index there) and zero from the others
 //   (0x80), so OR-ing the shuffles of all input chunks gives the gathered chunk.
+// - AVX2 does the same for 32-byte output halves, each input chunk broadcast to both lanes
+//   (vpshufb looks only within a lane): half the shuffles of SSSE3.
 // Off x86, or without SSSE3, callers use the plain gather. Every kind gives the same bytes. A
 // walk keeps its row in registers across all its moves.
 #pragma once
@@ -21,7 +23,7 @@ namespace tv {
 
 inline constexpr std::size_t kShuffleMaxSlots = 64;
 
-enum class ShuffleKind : std::uint8_t { None, Ssse3, Avx512Vbmi };
+enum class ShuffleKind : std::uint8_t { None, Ssse3, Avx2, Avx512Vbmi };
 
 struct ShuffleProgram {
   ShuffleKind kind = ShuffleKind::None;
