@@ -6,6 +6,7 @@
 #include <new>
 #include <type_traits>
 
+#include "interrupt.hpp"
 #include "pool.hpp"
 
 namespace tv {
@@ -272,6 +273,7 @@ Result<std::uint64_t> Batch::apply(std::string_view text) {
   for (const Move& move : moves) {
     const auto a = static_cast<std::uint32_t>(move.action);
     for (std::uint32_t r = 0; r < move.repeat; ++r) {
+      TV_CHECK(check_interrupt());  // a repeat may ask for billions of turns
       if (!is_tabular()) {
         TV_CHECK(step_copies(std::vector<std::uint32_t>(count(), a), false));
         continue;

@@ -368,6 +368,10 @@ def test_argument_errors(call, error, message):
         assert "while processing 'count'" in info.value.__notes__
 
 
+def test_ctrl_c_interrupts_a_long_apply(interrupted):
+    interrupted(lambda: tv.PuzzleBatch(CUBE3, 1).apply("A4000000000"))
+
+
 def test_apply_fails_whole_before_any_move(cube):
     before = cube.sticker_ids().to_bytes()
     with pytest.raises(tv.PuzzleError):
