@@ -1,3 +1,4 @@
+import base64
 import gc
 import io
 import subprocess
@@ -47,6 +48,9 @@ def test_batch_shows_a_summary(shell):
     for text in ["?shell=C$1&amp;cut=C$1/3", "<td style='text-align:left'>5</td>", "tabular",
                  "54 in 6 colors", ">12<", "<td style='text-align:left'>2</td>"]:
         assert text in page
+    strip = PILImage.open(io.BytesIO(base64.b64decode(page.split("base64,")[1].split("'")[0])))
+    expected = np.asarray(batch.render_states(batch.observations(), 96, 96))
+    assert np.array_equal(np.asarray(strip).reshape(96, 5, 96, 4).swapaxes(0, 1), expected)
 
 
 def test_an_object_held_elsewhere_shows_as_text(shell):

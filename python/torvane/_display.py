@@ -1,5 +1,5 @@
 """Rich display in IPython and Jupyter: an `Image` or a `Puzzle` shows as a picture, a
-`PuzzleBatch` as a short table.
+`PuzzleBatch` as a short table with its first copies drawn beside it.
 
 The native classes are immutable, so the display methods cannot be set on them; they are handed
 to IPython's formatters instead, by type name, which also means nothing here imports IPython. It
@@ -13,15 +13,18 @@ printing a traceback.
 
 from __future__ import annotations
 
+import base64
 import html
 import sys
 from typing import Any, Callable
 
-from torvane._native import PuzzleError
+from torvane._native import Image, PuzzleError
 
 # A puzzle's picture in a notebook: big enough to read the stickers of a Megaminx, small enough
 # that a page of them stays light.
 PUZZLE_PICTURE_SIZE = 256
+# A batch shows at most this many of its copies, this big: drawing them all could take long.
+STRIP_COPIES, STRIP_SIZE = 8, 96
 
 
 def image_png(image: Any) -> bytes | None:
@@ -50,7 +53,25 @@ def batch_html(batch: Any) -> str | None:
         f"<tr><th style='text-align:left'>{name}</th><td style='text-align:left'>{value}</td></tr>"
         for name, value in rows
     )
-    return f"<table><caption>PuzzleBatch</caption>{cells}</table>"
+    return f"<table><caption>PuzzleBatch</caption>{cells}</table>{batch_strip(batch)}"
+
+
+def batch_strip(batch: Any) -> str:
+    """The first copies of a tabular batch side by side, painted from their color rows. A
+    geometric batch has no painting table, and drawing its copies means building their scenes,
+    so it shows none."""
+    if not batch.is_tabular:
+        return ""
+    count = min(STRIP_COPIES, len(batch))
+    colors = batch.observations()
+    block = batch.render_states([colors[i] for i in range(count)], STRIP_SIZE, STRIP_SIZE).to_bytes()
+    frame = STRIP_SIZE * STRIP_SIZE * 4
+    strip = Image(STRIP_SIZE * count, STRIP_SIZE)
+    for i in range(count):
+        copy = Image.from_bytes(STRIP_SIZE, STRIP_SIZE, block[i * frame:(i + 1) * frame])
+        strip.blit(copy, x=i * STRIP_SIZE)
+    png = base64.b64encode(strip.to_png()).decode("ascii")
+    return f"<img src='data:image/png;base64,{png}' alt='the first {count} copies'>"
 
 
 def when_free(show: Callable[[Any], Any]) -> Callable[[Any], Any]:
