@@ -79,8 +79,7 @@ def arrays_of_every_type():
     yield batch.solved()                                   # |b1
     yield batch.observations()                             # |u1
     yield tv.PuzzleBatch("?shell=C$1&cut=C$1/7&cut=C$3/7&cut=C$5/7", 2).sticker_ids()  # <u2
-    if hasattr(batch, "render"):
-        yield batch.render(8, 8, dtype="f4")               # <f4
+    yield batch.render(8, 8, dtype="f4")                   # <f4
 
 
 @pytest.mark.parametrize("convert", ["numpy", "torch"])

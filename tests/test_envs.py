@@ -30,9 +30,9 @@ def assert_same(ours, oracle):
 # One move from solved and five steps a episode: random actions solve some copies and truncate
 # others, so both endings and every restart path are exercised.
 @pytest.mark.parametrize("mode", list(AutoresetMode))
-@pytest.mark.parametrize("obs", ["colors", "one_hot", "ids"])
+@pytest.mark.parametrize("obs", ["colors", "one_hot", "ids", "pixels"])
 def test_vector_env_matches_sync_vector_env_of_single_envs(mode, obs):
-    ours, oracle = vector_pair(mode, obs, scramble=1, max_episode_steps=5)
+    ours, oracle = vector_pair(mode, obs, scramble=1, max_episode_steps=5, width=16, height=16)
     assert ours.single_observation_space == oracle.single_observation_space
     assert ours.observation_space == oracle.observation_space
     assert ours.action_space == oracle.action_space
@@ -56,8 +56,6 @@ def test_vector_env_matches_sync_vector_env_of_single_envs(mode, obs):
 
 @pytest.mark.parametrize("obs", ["colors", "one_hot", "ids", "pixels"])
 def test_observations_are_fresh_zero_copy_views_in_their_space(obs):
-    if obs == "pixels" and not hasattr(tv.PuzzleBatch, "render"):
-        pytest.skip("PuzzleBatch.render is not in this build")
     envs = PuzzleVectorEnv("2x2x2 Cube", 3, obs=obs, scramble=4, width=16, height=12)
     first, _ = envs.reset(seed=1)
     second, *_ = envs.step([0, 1, 2])
@@ -67,8 +65,7 @@ def test_observations_are_fresh_zero_copy_views_in_their_space(obs):
         assert isinstance(observation.base, tv.Array) or isinstance(observation.base.base, tv.Array)
     assert first is not second and not np.shares_memory(second, third)
     single, _ = PuzzleEnv("2x2x2 Cube", obs=obs, scramble=4, width=16, height=12).reset(seed=1)
-    if obs != "pixels":  # the batch paints from a table; the puzzle draws
-        assert single.dtype == first.dtype and np.array_equal(single, first[0])
+    assert single.dtype == first.dtype and np.array_equal(single, first[0])
 
 
 @pytest.mark.parametrize("env_id", sorted(torvane.envs.REGISTERED))
@@ -90,6 +87,14 @@ def test_jumbling_puzzle_offers_pixels_only():
     for action in np.random.default_rng(0).integers(0, env.action_space.n, 20):
         observation, reward, terminated, _, info = env.step(action)
         assert env.observation_space.contains(observation) and isinstance(info["applied"], bool)
+
+
+def test_jumbling_batch_passes_the_native_error_through():
+    envs = PuzzleVectorEnv("24-Cube / Little Chop", 4, scramble=0)
+    envs.reset(seed=1)
+    with pytest.raises(tv.PuzzleError, match="does not return to its own lattice"):
+        for k in range(50):
+            envs.step(np.random.default_rng(k).integers(0, envs.single_action_space.n, 4))
 
 
 def test_scramble_range_draws_depths_from_np_random():
