@@ -18,6 +18,7 @@
 #include "exact.hpp"
 #include "interrupt.hpp"
 #include "num/factoring.hpp"
+#include "num/residue_ring.hpp"
 #include "num/sturm.hpp"
 
 namespace tv {
@@ -201,10 +202,19 @@ Result<FieldMerge> merge_fields(const FieldRef& f1, const FieldRef& f2) {
   const QPoly& h = g->min_poly();
   const Fraction& c = element.c;
 
-  TV_TRY(auto beta_in_f1, common_root(f1, m2, h, {x_times(c), rational(1)}));
-  if (beta_in_f1) return FieldMerge{f2, Into::first, nullptr, std::nullopt, beta_in_f1->polynomial()};
-  TV_TRY(auto alpha_in_f2, common_root(f2, m1, h, {x_times(1), rational(c)}));
-  if (alpha_in_f2) return FieldMerge{f2, Into::second, nullptr, alpha_in_f2->polynomial(), std::nullopt};
+  // beta is looked for in F1 = Q(alpha) as the common root of m2(y) and h(c alpha + y). The roots
+  // of that gcd are the conjugates beta_j with c alpha + beta_j a conjugate of gamma, one for
+  // each embedding of Q(gamma) that fixes alpha (the sums c alpha_i + beta_j are distinct), so
+  // when m1 is irreducible the gcd has degree deg h / deg m1 and is linear exactly when the
+  // degrees agree. The same holds for alpha in F2.
+  if (!f1->irreducible() || h.degree() == m1.degree()) {
+    TV_TRY(auto beta_in_f1, common_root(f1, m2, h, {x_times(c), rational(1)}));
+    if (beta_in_f1) return FieldMerge{f2, Into::first, nullptr, std::nullopt, beta_in_f1->polynomial()};
+  }
+  if (!f2->irreducible() || h.degree() == m2.degree()) {
+    TV_TRY(auto alpha_in_f2, common_root(f2, m1, h, {x_times(1), rational(c)}));
+    if (alpha_in_f2) return FieldMerge{f2, Into::second, nullptr, alpha_in_f2->polynomial(), std::nullopt};
+  }
   // Both in G: alpha is the common root of m1(y) and m2(gamma - c y), and then beta is
   // gamma - c alpha, the one element of G that the common root of m2(y) and m1((gamma - y)/c)
   // would also give.
@@ -262,9 +272,151 @@ AlgebraicNumber rename(const AlgebraicNumber& x, const Embedding& embedding,
 }
 
 // ---------------------------------------------------------------------------------------------
+// The gcd over a field, modulo primes
+//
+// Over an irreducible field the monic gcd of p(y) and q(S(y)) is found at word primes and read
+// back (see residue_ring.hpp). At a usable prime where p keeps its degree, the monic gcd G over
+// the field has coefficients without p in their denominators (they are symmetric functions of
+// roots of p, so integral over Z_(p)), and G mod p divides both images. So the Euclidean
+// sequence modulo p, when every leading coefficient on the way is a unit, ends in a monic gcd
+// of degree at least deg G, and of exactly deg G but at finitely many primes, where it is G mod
+// p. Degree 0 there proves that there is no common root. A candidate read back is checked over
+// the field: when it divides both polynomials, its degree is deg G.
+
+using residue::ResidueRing;
+using RingPoly = std::vector<ResidueRing::Element>;  // over a residue ring, lowest degree first, trimmed
+
+void trim(RingPoly& a) {
+  while (!a.empty() && ResidueRing::is_zero(a.back())) a.pop_back();
+}
+
+// a mod b over the ring, for a monic b.
+void reduce_modulo(const ResidueRing& ring, RingPoly& a, const RingPoly& b) {
+  const std::size_t n = b.size() - 1;
+  for (std::size_t k = a.size(); k-- > n;) {
+    if (ResidueRing::is_zero(a[k])) continue;
+    const ResidueRing::Element c = a[k];
+    for (std::size_t j = 0; j <= n; ++j) a[k - n + j] = ring.sub(a[k - n + j], ring.mul(c, b[j]));
+  }
+  trim(a);
+}
+
+// Divided by its leading coefficient; nothing when that is not a unit.
+std::optional<RingPoly> made_monic(const ResidueRing& ring, RingPoly a) {
+  const auto inverse = ring.inverse(a.back());
+  if (!inverse) return std::nullopt;
+  for (auto& c : a) c = ring.mul(c, *inverse);
+  return a;
+}
+
+// The monic gcd of p(y) and q(S(y)) over the residue ring; nothing when a denominator vanishes
+// there, p loses its degree, or the Euclidean sequence meets a leading coefficient that is not
+// a unit.
+std::optional<RingPoly> gcd_modulo(const ResidueRing& ring, const QPoly& p, const QPoly& q, const Substitution& s) {
+  RingPoly a;
+  for (const Fraction& c : p.coefficients()) {
+    const auto r = residue::reduce(c, ring.prime());
+    if (!r) return std::nullopt;
+    a.push_back(ring.constant(*r));
+  }
+  trim(a);
+  if (a.size() != p.coefficients().size()) return std::nullopt;
+  RingPoly substitution;
+  for (const QPoly& c : s) {
+    auto r = ring.reduce(c);
+    if (!r) return std::nullopt;
+    substitution.push_back(std::move(*r));
+  }
+  trim(substitution);
+  auto monic_a = made_monic(ring, std::move(a));  // a's leading coefficient is a non-zero constant
+  RingPoly b;
+  for (std::size_t k = q.coefficients().size(); k-- > 0;) {
+    const auto r = residue::reduce(q.coefficients()[k], ring.prime());
+    if (!r) return std::nullopt;
+    RingPoly next(b.size() + substitution.size() - (b.empty() ? 0 : 1), ring.zero());
+    if (next.empty()) next.push_back(ring.zero());
+    for (std::size_t i = 0; i < b.size(); ++i)
+      for (std::size_t j = 0; j < substitution.size(); ++j)
+        next[i + j] = ring.add(next[i + j], ring.mul(b[i], substitution[j]));
+    next[0] = ring.add(next[0], ring.constant(*r));
+    trim(next);
+    reduce_modulo(ring, next, *monic_a);
+    b = std::move(next);
+  }
+  RingPoly g = std::move(*monic_a);
+  while (!b.empty()) {
+    auto monic_b = made_monic(ring, std::move(b));
+    if (!monic_b) return std::nullopt;
+    reduce_modulo(ring, g, *monic_b);
+    b = std::exchange(g, std::move(*monic_b));
+  }
+  return g;
+}
+
+// p(x) over the field, for a number x of it.
+AlgebraicNumber value_at(const QPoly& p, const AlgebraicNumber& x) {
+  AlgebraicNumber acc = AlgebraicNumber::zero(x.field());
+  const auto& c = p.coefficients();
+  for (std::size_t k = c.size(); k-- > 0;) acc = acc * x + AlgebraicNumber::constant(x.field(), c[k]);
+  return acc;
+}
+
+// Whether the monic g divides p(y) and q(S(y)) over the field.
+Result<bool> divides_both(const FieldRef& field, const APoly& g, const QPoly& p, const QPoly& q, const Substitution& s) {
+  if (g.degree() == 1) {
+    // y - r divides a polynomial exactly when r is a root of it.
+    const AlgebraicNumber r = g.coefficient(0).neg();
+    if (!value_at(p, r).is_zero()) return false;
+    AlgebraicNumber substituted = AlgebraicNumber::zero(field);
+    for (std::size_t j = s.size(); j-- > 0;) substituted = substituted * r + AlgebraicNumber::from_polynomial(field, s[j]);
+    return value_at(q, substituted).is_zero();
+  }
+  TV_TRY(APoly remainder, rem(constants_over(field, p), g));
+  return remainder.is_zero() && compose_over_modulo(field, q, s, g).is_zero();
+}
+
+// The monic gcd over an irreducible field, read back from primes and checked (see above).
+Result<APoly> gcd_by_primes(const FieldRef& field, const QPoly& p, const QPoly& q, const Substitution& s) {
+  const std::size_t d = static_cast<std::size_t>(field->degree());
+  std::size_t least_degree = SIZE_MAX;
+  std::optional<residue::RationalLift> lift;
+  std::optional<std::vector<Fraction>> reading;
+  Substitution reduced;  // read in the field, so that every coefficient has degree below d
+  for (const QPoly& c : s) reduced.push_back(AlgebraicNumber::from_polynomial(field, c).polynomial());
+  for (std::size_t i = 0;; ++i) {
+    TV_CHECK(check_interrupt());
+    const auto ring = ResidueRing::of(field->min_poly(), residue::word_prime(i));
+    if (!ring) continue;
+    const auto g = gcd_modulo(*ring, p, q, reduced);
+    if (!g) continue;
+    const std::size_t k = g->size() - 1;
+    if (k == 0) return APoly::constant(AlgebraicNumber::one(field));
+    if (k > least_degree) continue;  // a prime where the images share more than the field does
+    if (k < least_degree) least_degree = k, lift.emplace(k * d), reading.reset();
+    residue::Words residues;
+    for (std::size_t j = 0; j < k; ++j) residues.insert(residues.end(), (*g)[j].begin(), (*g)[j].end());
+    lift->add(residues, ring->prime());
+    auto next = lift->rationals();
+    // A reading is checked once two primes in a row agree on it, which wrong readings hardly do.
+    const bool settled = next && reading && *next == *reading;
+    reading = std::move(next);
+    if (!settled) continue;
+    std::vector<AlgebraicNumber> coefficients;
+    for (std::size_t j = 0; j < k; ++j) {
+      const std::vector<Fraction> part(reading->begin() + static_cast<std::ptrdiff_t>(j * d),
+                                       reading->begin() + static_cast<std::ptrdiff_t>((j + 1) * d));
+      coefficients.push_back(AlgebraicNumber::from_polynomial(field, QPoly(part)));
+    }
+    coefficients.push_back(AlgebraicNumber::one(field));
+    APoly candidate(std::move(coefficients), field);
+    TV_TRY(bool divides, divides_both(field, candidate, p, q, s));
+    if (divides) return candidate;
+    reading.reset();
+  }
+}
+
+// ---------------------------------------------------------------------------------------------
 // root
-
-
 
 // The remainder sequence of p(y) and q(S(y)) made monic, as monic_gcd gives it. When q(S(y))
 // has the higher degree its first remainder by p is all that the sequence uses of it, and that
@@ -364,7 +516,8 @@ Result<std::optional<AlgebraicNumber>> common_root(const FieldRef& field, const 
   // leading coefficient can be zero by value without being zero by its coefficients; its
   // inverse then fails, and the sequence proves nothing. When every inverse exists, the
   // sequence maps onto the real gcd degree for degree.
-  auto gcd_over_field = first_remainder_then_gcd(field, p, q, s);
+  auto gcd_over_field =
+      field->irreducible() && p.degree() >= 1 ? gcd_by_primes(field, p, q, s) : first_remainder_then_gcd(field, p, q, s);
   if (!gcd_over_field.ok()) {
     const Failure& failure = gcd_over_field.failure();
     const bool zero_divisor = failure.kind == FailureKind::Range && failure.message.starts_with("Division by zero");
