@@ -70,6 +70,17 @@ std::vector<QPoly> reduction_table(const QPoly& min_poly) {
   return table;
 }
 
+// The integers n_k and the least common denominator l with c_k = n_k / l.
+Int over_common_denominator(const std::vector<Fraction>& c, std::vector<Int>& numerators) {
+  Int l(1);
+  for (const Fraction& x : c)
+    if (!x.is_integer() && !rem(l, x.denominator()).is_zero()) l = div(l, gcd(l, x.denominator())) * x.denominator();
+  numerators.clear();
+  for (const Fraction& x : c)
+    numerators.push_back(l.is_one() ? x.numerator() : x.numerator() * div(l, x.denominator()));
+  return l;
+}
+
 }  // namespace
 
 NumberField::NumberField(QPoly min_poly, ZPoly integer_form, Fraction lo, Fraction hi, bool irreducible)
@@ -78,7 +89,20 @@ NumberField::NumberField(QPoly min_poly, ZPoly integer_form, Fraction lo, Fracti
       reduction_(reduction_table(min_poly_)),
       irreducible_(irreducible),
       lo_(std::move(lo)),
-      hi_(std::move(hi)) {}
+      hi_(std::move(hi)) {
+  const std::size_t d = static_cast<std::size_t>(degree());
+  std::vector<Fraction> entries;
+  for (std::size_t k = d; k < reduction_.size(); ++k) {
+    std::vector<Fraction> row = reduction_[k].coefficients();
+    row.resize(d);
+    entries.insert(entries.end(), row.begin(), row.end());
+  }
+  std::vector<Int> numerators;
+  reduction_denominator_ = over_common_denominator(entries, numerators);
+  for (std::size_t k = 0; k < numerators.size(); k += d)
+    reduction_numerators_.emplace_back(numerators.begin() + static_cast<std::ptrdiff_t>(k),
+                                       numerators.begin() + static_cast<std::ptrdiff_t>(k + d));
+}
 
 Result<FieldRef> NumberField::make(QPoly min_poly, Fraction lo, Fraction hi, bool irreducible) {
   const Failure no_single_root = other_failure("Interval must contain exactly one root");
@@ -289,9 +313,45 @@ Result<AlgebraicNumber> sub(const AlgebraicNumber& a, const AlgebraicNumber& b) 
   return AlgebraicNumber::from_polynomial(std::move(field), a.polynomial() - b.polynomial());
 }
 
+namespace {
+
+bool has_word_parts(const std::vector<Fraction>& c) {
+  return std::all_of(c.begin(), c.end(), [](const Fraction& x) { return x.numerator().is_small() && x.denominator().is_small(); });
+}
+
+// The product over integers: both operands over their least common denominators, the
+// convolution and the reduction summed without a gcd, and one gcd per coefficient at the end,
+// where the rational path takes one per product and per sum.
+AlgebraicNumber mul_over_integers(const FieldRef& field, const std::vector<Fraction>& x, const std::vector<Fraction>& y) {
+  const std::size_t d = static_cast<std::size_t>(field->degree());
+  std::vector<Int> xn, yn;
+  const Int denominator = over_common_denominator(x, xn) * over_common_denominator(y, yn) * field->reduction_denominator();
+  IntAccumulator sum;
+  std::vector<Int> convolution(x.size() + y.size() - 1);
+  for (std::size_t k = 0; k < convolution.size(); ++k) {
+    const std::size_t first = k >= y.size() ? k - y.size() + 1 : 0;
+    for (std::size_t i = first; i <= std::min(k, x.size() - 1); ++i) sum.add_product(xn[i], yn[k - i]);
+    convolution[k] = sum.take();
+  }
+  const auto& table = field->reduction_numerators();
+  const Int& scale = field->reduction_denominator();
+  std::vector<Fraction> out;
+  out.reserve(d);
+  for (std::size_t j = 0; j < d; ++j) {
+    if (j < convolution.size()) sum.add_product(convolution[j], scale);
+    for (std::size_t k = d; k < convolution.size(); ++k) sum.add_product(convolution[k], table[k - d][j]);
+    out.push_back(Fraction::of(sum.take(), denominator));
+  }
+  return AlgebraicNumber::from_polynomial(field, QPoly(std::move(out)));
+}
+
+}  // namespace
+
 Result<AlgebraicNumber> mul(const AlgebraicNumber& a, const AlgebraicNumber& b) {
   TV_TRY(FieldRef field, common_field(a, b));
   if (a.is_zero() || b.is_zero()) return AlgebraicNumber::zero(std::move(field));
+  if (!has_word_parts(a.coefficients()) || !has_word_parts(b.coefficients()))
+    return mul_over_integers(field, a.coefficients(), b.coefficients());
   const auto& x = a.coefficients();
   const auto& y = b.coefficients();
   const std::size_t d = static_cast<std::size_t>(field->degree());

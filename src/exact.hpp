@@ -105,6 +105,10 @@ class NumberField {
   std::int64_t degree() const { return min_poly_.degree(); }
   // Entry k is x^k mod min_poly, for k = 0 .. 2d.
   const std::vector<QPoly>& reduction() const { return reduction_; }
+  // Entries d .. 2d of the reduction table as integer rows of d entries over one common
+  // denominator, for products of numbers with large coefficients.
+  const std::vector<std::vector<Int>>& reduction_numerators() const { return reduction_numerators_; }
+  const Int& reduction_denominator() const { return reduction_denominator_; }
   bool irreducible() const { return irreducible_; }
 
   // The present isolating interval (a copy; it may narrow right after).
@@ -134,6 +138,8 @@ class NumberField {
   const QPoly min_poly_;
   const ZPoly integer_form_;  // a positive multiple of min_poly, for signs at points
   const std::vector<QPoly> reduction_;
+  std::vector<std::vector<Int>> reduction_numerators_;
+  Int reduction_denominator_;
   const bool irreducible_;
 
   FieldLock lock_;

@@ -353,26 +353,15 @@ std::optional<RingPoly> gcd_modulo(const ResidueRing& ring, const QPoly& p, cons
   return g;
 }
 
-// p(x) over the field, for a number x of it.
-AlgebraicNumber value_at(const QPoly& p, const AlgebraicNumber& x) {
-  AlgebraicNumber acc = AlgebraicNumber::zero(x.field());
-  const auto& c = p.coefficients();
-  for (std::size_t k = c.size(); k-- > 0;) acc = acc * x + AlgebraicNumber::constant(x.field(), c[k]);
-  return acc;
-}
-
-// Whether the monic g divides p(y) and q(S(y)) over the field.
+// Whether the monic g divides p(y) and q(S(y)) over the field. q(S(y)) is taken modulo p
+// first, whose coefficients stay as small as those of p, q and S; only the remainders by g meet
+// the large coefficients of g.
 Result<bool> divides_both(const FieldRef& field, const APoly& g, const QPoly& p, const QPoly& q, const Substitution& s) {
-  if (g.degree() == 1) {
-    // y - r divides a polynomial exactly when r is a root of it.
-    const AlgebraicNumber r = g.coefficient(0).neg();
-    if (!value_at(p, r).is_zero()) return false;
-    AlgebraicNumber substituted = AlgebraicNumber::zero(field);
-    for (std::size_t j = s.size(); j-- > 0;) substituted = substituted * r + AlgebraicNumber::from_polynomial(field, s[j]);
-    return value_at(q, substituted).is_zero();
-  }
-  TV_TRY(APoly remainder, rem(constants_over(field, p), g));
-  return remainder.is_zero() && compose_over_modulo(field, q, s, g).is_zero();
+  const APoly a = constants_over(field, p);
+  TV_TRY(APoly remainder, rem(a, g));
+  if (!remainder.is_zero()) return false;
+  TV_TRY(remainder, rem(compose_over_modulo(field, q, s, a), g));
+  return remainder.is_zero();
 }
 
 // The monic gcd over an irreducible field, read back from primes and checked (see above).

@@ -47,6 +47,37 @@ Int Int::big_from_i128(__int128 value) {
   return adopt(v);
 }
 
+IntAccumulator::IntAccumulator() {
+  mpz_init(sum_);
+  mpz_init(scratch_);
+}
+
+IntAccumulator::~IntAccumulator() {
+  mpz_clear(sum_);
+  mpz_clear(scratch_);
+}
+
+void IntAccumulator::add_scaled(const Int& a, std::int64_t s) {
+  mpz_srcptr x = a.is_small() ? (mpz_set_si(scratch_, a.small_), scratch_) : a.big_->value;
+  if (s >= 0)
+    mpz_addmul_ui(sum_, x, static_cast<unsigned long>(s));
+  else
+    mpz_submul_ui(sum_, x, static_cast<unsigned long>(Int::magnitude(s)));
+}
+
+void IntAccumulator::add_product(const Int& a, const Int& b) {
+  if (b.is_small()) return add_scaled(a, b.small_);
+  if (a.is_small()) return add_scaled(b, a.small_);
+  mpz_addmul(sum_, a.big_->value, b.big_->value);
+}
+
+Int IntAccumulator::take() {
+  mpz_t v;
+  mpz_init(v);
+  mpz_swap(v, sum_);
+  return Int::adopt(v);
+}
+
 Int Int::from_mpz(const mpz_t value) {
   mpz_t v;
   mpz_init_set(v, value);

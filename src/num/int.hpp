@@ -134,6 +134,7 @@ class Int {
  private:
   friend struct IntOperand;
   friend class Fraction;
+  friend class IntAccumulator;
   static Int big_from_i128(__int128 value);
   struct Big {
     std::atomic<std::uint32_t> references{1};
@@ -186,6 +187,27 @@ class Int {
 
   std::int64_t small_ = 0;
   Big* big_ = nullptr;
+};
+
+// A sum of products of Ints, accumulated in one GMP integer without an Int per step: the inner
+// loop of products of polynomials with large coefficients.
+class IntAccumulator {
+ public:
+  IntAccumulator();
+  ~IntAccumulator();
+  IntAccumulator(const IntAccumulator&) = delete;
+  IntAccumulator& operator=(const IntAccumulator&) = delete;
+
+  // this += a * b.
+  void add_product(const Int& a, const Int& b);
+  // The sum so far; the accumulator starts again from zero.
+  Int take();
+
+ private:
+  // this += a * s.
+  void add_scaled(const Int& a, std::int64_t s);
+  mpz_t sum_;
+  mpz_t scratch_;
 };
 
 }  // namespace tv
