@@ -11,6 +11,17 @@ settings.register_profile("torvane", max_examples=int(os.environ.get("TORVANE_EX
 settings.load_profile("torvane")
 
 
+@pytest.fixture(autouse=True)
+def mpmath_digits(request):
+    """mpmath's precision is one global setting, and every module that sets it at import (all
+    are imported before any test runs) would set it for the others: a module that names its
+    precision in MPMATH_DIGITS gets it back before each of its tests."""
+    digits = getattr(request.module, "MPMATH_DIGITS", None)
+    if digits is not None:
+        import mpmath
+        mpmath.mp.dps = digits
+
+
 @pytest.fixture
 def interrupted():
     """Runs a call that would take very long with SIGINT sent 0.5 s in, and checks that it ends

@@ -10,7 +10,8 @@ import torvane as tv
 
 R = tv.Real
 Q = fractions.Fraction
-mpmath.mp.dps = 200
+MPMATH_DIGITS = 200
+mpmath.mp.dps = MPMATH_DIGITS  # for the values built at import
 
 
 def integer(n):
