@@ -17,6 +17,7 @@
 #include "exact.hpp"
 
 #include "interrupt.hpp"
+#include "num/residue_ring.hpp"
 #include "num/sturm.hpp"
 
 #include <algorithm>
@@ -345,11 +346,21 @@ AlgebraicNumber mul_over_integers(const FieldRef& field, const std::vector<Fract
   return AlgebraicNumber::from_polynomial(field, QPoly(std::move(out)));
 }
 
+// x times a rational: no reduction, and each product reduced crosswise.
+AlgebraicNumber scaled(const FieldRef& field, const AlgebraicNumber& x, const Fraction& r) {
+  if (r.is_one()) return AlgebraicNumber::from_polynomial(field, x.polynomial());
+  std::vector<Fraction> out;
+  out.reserve(x.coefficients().size());
+  for (const Fraction& c : x.coefficients()) out.push_back(c * r);
+  return AlgebraicNumber::from_polynomial(field, QPoly(std::move(out)));
+}
+
 }  // namespace
 
 Result<AlgebraicNumber> mul(const AlgebraicNumber& a, const AlgebraicNumber& b) {
   TV_TRY(FieldRef field, common_field(a, b));
   if (a.is_zero() || b.is_zero()) return AlgebraicNumber::zero(std::move(field));
+  if (a.degree() == 0 || b.degree() == 0) return scaled(field, a.degree() == 0 ? b : a, (a.degree() == 0 ? a : b).coefficients()[0]);
   if (!has_word_parts(a.coefficients()) || !has_word_parts(b.coefficients()))
     return mul_over_integers(field, a.coefficients(), b.coefficients());
   const auto& x = a.coefficients();
@@ -373,7 +384,50 @@ Result<AlgebraicNumber> mul(const AlgebraicNumber& a, const AlgebraicNumber& b) 
   return AlgebraicNumber::from_polynomial(std::move(field), QPoly(std::move(acc)));
 }
 
+namespace {
+
+// The inverse of a non-zero number of an irreducible field, read back from word primes. At a
+// usable prime (residue_ring.hpp) where the image of a is a unit, a is a unit of Z_(p)[alpha]
+// (a finite algebra over Z_(p), so a unit modulo p is a unit), and the image of its inverse is
+// the inverse of its image. A reading that two primes in a row agree on is checked by one
+// product.
+Result<AlgebraicNumber> inverse_by_primes(const AlgebraicNumber& a) {
+  const FieldRef& field = a.field();
+  residue::RationalLift lift(static_cast<std::size_t>(field->degree()));
+  std::optional<std::vector<Fraction>> reading;
+  for (std::size_t i = 0;; ++i) {
+    TV_CHECK(check_interrupt());
+    const auto ring = residue::ResidueRing::of(field->min_poly(), residue::word_prime(i));
+    if (!ring) continue;
+    const auto image = ring->reduce(a.polynomial());
+    if (!image) continue;
+    const auto inverse = ring->inverse(*image);
+    if (!inverse) continue;
+    lift.add(*inverse, ring->prime());
+    auto next = lift.rationals();
+    const bool settled = next && reading && *next == *reading;
+    reading = std::move(next);
+    if (!settled) continue;
+    AlgebraicNumber candidate = AlgebraicNumber::from_polynomial(field, QPoly(*reading));
+    if ((a * candidate).polynomial() == QPoly::constant(Fraction(1))) return candidate;
+    reading.reset();
+  }
+}
+
+// Whether primes beat the Euclidean algorithm over the rationals, whose cost grows with the
+// square of the sizes: measured, primes win from about 100 bits times the degree up (each
+// prime costs a fixed amount, a few microseconds, however small the number).
+bool worth_primes(const AlgebraicNumber& a) {
+  std::uint64_t bits = 0;
+  for (const Fraction& c : a.coefficients())
+    bits = std::max({bits, c.numerator().bit_length(), c.denominator().bit_length()});
+  return bits * static_cast<std::uint64_t>(a.field()->degree()) >= 100;
+}
+
+}  // namespace
+
 Result<AlgebraicNumber> AlgebraicNumber::inverse() const {
+  if (field_->irreducible() && degree() >= 1 && worth_primes(*this)) return inverse_by_primes(*this);
   // Over an irreducible m the gcd of m and a non-zero p is constant. In a ring it may be a
   // factor of m without alpha among its roots; then p(alpha) is not zero, and p is inverted
   // modulo the part of m that keeps alpha.

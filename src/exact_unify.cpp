@@ -54,15 +54,16 @@ APoly constants_over(const FieldRef& field, const QPoly& p) {
 // q(S(y)) mod a(y) over a field, for a of degree at least 1 with a rational leading
 // coefficient: Horner's rule reduced at every step, so the degree stays below deg a however
 // large deg q is. The remainder is the one of the full composition.
-APoly compose_over_modulo(const FieldRef& field, const QPoly& q, const Substitution& s, const APoly& a) {
+Result<APoly> compose_over_modulo(const FieldRef& field, const QPoly& q, const Substitution& s, const APoly& a) {
   std::vector<AlgebraicNumber> terms;
   for (const QPoly& c : s) terms.push_back(AlgebraicNumber::from_polynomial(field, c));
   const APoly substitution(std::move(terms), field);
-  const APoly monic = a.divide_coefficients(a.leading()).value();  // a rational, not zero
+  TV_TRY(const APoly monic, a.divide_coefficients(a.leading()));  // a rational, not zero; may be interrupted
   const std::size_t n = static_cast<std::size_t>(a.degree());
   APoly acc(field);
   const auto& c = q.coefficients();
   for (std::size_t k = c.size(); k-- > 0;) {
+    TV_CHECK(check_interrupt());
     acc = acc * substitution + APoly::constant(AlgebraicNumber::constant(field, c[k]));
     if (acc.degree() == static_cast<std::int64_t>(n)) {
       const AlgebraicNumber lead = acc.leading();
@@ -215,12 +216,22 @@ Result<FieldMerge> merge_fields(const FieldRef& f1, const FieldRef& f2) {
     TV_TRY(auto alpha_in_f2, common_root(f2, m1, h, {x_times(1), rational(c)}));
     if (alpha_in_f2) return FieldMerge{f2, Into::second, nullptr, alpha_in_f2->polynomial(), std::nullopt};
   }
-  // Both in G: alpha is the common root of m1(y) and m2(gamma - c y), and then beta is
-  // gamma - c alpha, the one element of G that the common root of m2(y) and m1((gamma - y)/c)
-  // would also give.
+  // Both in G: alpha is the common root of m1(y) and m2(gamma - c y), beta the common root of
+  // m2(y) and m1((gamma - y)/c), and gamma = c alpha + beta ties the two. Only the one whose
+  // min_poly has the lower degree is looked for (the gcd work and its check grow with that
+  // degree); the other follows from gamma.
+  const AlgebraicNumber gamma = AlgebraicNumber::generator(g);
+  const AlgebraicNumber c_in_g = AlgebraicNumber::constant(g, c);
+  if (m2.degree() < m1.degree()) {
+    const Fraction inverse_c = Fraction::of(c.denominator(), c.numerator());
+    TV_TRY(auto beta_in_g, common_root(g, m2, m1, {x_times(inverse_c), rational(-inverse_c)}));
+    if (!beta_in_g) return other_failure("Could not represent alpha and beta (this shouldn't happen)");
+    const AlgebraicNumber alpha_in_g = (gamma - *beta_in_g) * AlgebraicNumber::constant(g, inverse_c);
+    return FieldMerge{f2, Into::made, g, alpha_in_g.polynomial(), beta_in_g->polynomial()};
+  }
   TV_TRY(auto alpha_in_g, common_root(g, m1, m2, {x_times(1), rational(-c)}));
   if (!alpha_in_g) return other_failure("Could not represent alpha and beta (this shouldn't happen)");
-  AlgebraicNumber beta_in_g = AlgebraicNumber::generator(g) - AlgebraicNumber::constant(g, c) * *alpha_in_g;
+  const AlgebraicNumber beta_in_g = gamma - c_in_g * *alpha_in_g;
   return FieldMerge{f2, Into::made, g, alpha_in_g->polynomial(), beta_in_g.polynomial()};
 }
 
@@ -360,7 +371,8 @@ Result<bool> divides_both(const FieldRef& field, const APoly& g, const QPoly& p,
   const APoly a = constants_over(field, p);
   TV_TRY(APoly remainder, rem(a, g));
   if (!remainder.is_zero()) return false;
-  TV_TRY(remainder, rem(compose_over_modulo(field, q, s, a), g));
+  TV_TRY(APoly composed, compose_over_modulo(field, q, s, a));
+  TV_TRY(remainder, rem(composed, g));
   return remainder.is_zero();
 }
 
@@ -413,7 +425,7 @@ Result<APoly> gcd_by_primes(const FieldRef& field, const QPoly& p, const QPoly& 
 Result<APoly> first_remainder_then_gcd(const FieldRef& field, const QPoly& p, const QPoly& q, const Substitution& s) {
   const APoly a = constants_over(field, p);
   if (q.degree() <= p.degree() || p.degree() < 1) return monic_gcd(a, compose_over(field, q, s));
-  APoly r = compose_over_modulo(field, q, s, a);
+  TV_TRY(APoly r, compose_over_modulo(field, q, s, a));
   if (r.is_zero()) return a;
   TV_TRY(AlgebraicNumber inverse_lead, r.leading().inverse());
   return monic_gcd(a, r.scale(inverse_lead));
