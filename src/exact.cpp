@@ -149,6 +149,85 @@ void NumberField::rebuild_power_bounds(std::size_t count) const {
   upper_powers_ = std::move(upper);
 }
 
+namespace {
+
+// f(X / 2^bits) 2^(bits d) for an integer polynomial f of degree d: Horner's rule with every
+// coefficient scaled by the power of 2^bits that its term lacks, so all of it is integers.
+Int scaled_value(const std::vector<Int>& f, const Int& x, std::uint64_t bits) {
+  const std::size_t d = f.size() - 1;
+  Int acc = f[d];
+  for (std::size_t k = d; k-- > 0;) acc = acc * x + f[k].shifted_left(bits * (d - k));
+  return acc;
+}
+
+Fraction fixed_point(const Int& x, std::uint64_t bits) { return Fraction::of(x, Int(1).shifted_left(bits)); }
+
+// A bracket of width at most 2^(2 - bits) around the one root of the square-free f in
+// `isolating`, by Newton's method on x = X / 2^bits; its ends are checked by exact signs, so it
+// is a bracket whatever the iteration did. Nothing when Newton leaves the interval, stalls or
+// does not settle, which happens when the interval is still wide compared with the distance to
+// the nearest other root.
+std::optional<Interval> newton_bracket(const ZPoly& f, const Interval& isolating, std::uint64_t bits) {
+  const std::vector<Int>& a = f.coefficients();
+  const std::vector<Int> slope = f.derivative().coefficients();
+  const Int scale = Int(1).shifted_left(bits);
+  const auto floor_of = [&](const Fraction& x) { return div(x.numerator() * scale, x.denominator()); };
+  const Int low = floor_of(isolating.lo) - Int(1), high = floor_of(isolating.hi) + Int(1);
+  Int x = floor_of(midpoint(isolating.lo, isolating.hi));
+  // Newton doubles the correct bits each step once it is close; a step of at most one unit
+  // means X is within a few units of the root.
+  for (int step = 0; step < 2 * std::bit_width(bits) + 8; ++step) {
+    const Int value = scaled_value(a, x, bits);
+    if (value.is_zero()) {
+      // A rational root; it is alpha only inside the isolating interval.
+      const Fraction root = fixed_point(x, bits);
+      if (root < isolating.lo || root > isolating.hi) return std::nullopt;
+      return Interval{root, root};
+    }
+    // f'(X / 2^bits) 2^(bits (d - 1)), so the quotient is f / f' in units of 2^-bits.
+    const Int derivative = scaled_value(slope, x, bits);
+    if (derivative.is_zero()) return std::nullopt;
+    const Int delta = div(value, derivative);
+    x = x - delta;
+    if (x < low || x > high) return std::nullopt;
+    if (compare(delta.abs(), Int(1)) <= 0) {
+      const Fraction lo = std::max(fixed_point(x - Int(2), bits), isolating.lo);
+      const Fraction hi = std::min(fixed_point(x + Int(2), bits), isolating.hi);
+      const int sign_lo = sign_at(f, lo), sign_hi = sign_at(f, hi);
+      if (sign_lo == 0) return Interval{lo, lo};
+      if (sign_hi == 0) return Interval{hi, hi};
+      if (sign_lo == sign_hi) return std::nullopt;
+      return Interval{lo, hi};
+    }
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+std::uint64_t NumberField::precision() const {
+  const Interval i = interval();
+  if (i.lo == i.hi) return 0;
+  const Fraction width = i.hi - i.lo;
+  const std::uint64_t num = width.numerator().bit_length(), den = width.denominator().bit_length();
+  return den > num ? den - num : 0;
+}
+
+bool NumberField::narrow(std::uint64_t bits) const {
+  const Interval snapshot = interval();
+  if (snapshot.lo == snapshot.hi) return true;
+  const auto bracket = newton_bracket(integer_form_, snapshot, bits);
+  if (!bracket) return false;
+  {
+    // Both intervals hold alpha, so their intersection does, whatever other writers did since.
+    FieldLock::Writer writer(lock_);
+    if (bracket->lo > lo_) lo_ = bracket->lo;
+    if (bracket->hi < hi_) hi_ = bracket->hi;
+  }
+  rebuild_power_bounds(0);
+  return true;
+}
+
 void NumberField::refine() const {
   const Interval snapshot = interval();
   if (snapshot.lo == snapshot.hi) return;
@@ -482,9 +561,39 @@ Interval AlgebraicNumber::enclosure() const {
   return field_->enclose(polynomial_);
 }
 
+namespace {
+
+// Narrows a field round by round for a loop that waits for an enclosure to settle: each round
+// asks Newton's method for twice the bits the interval has (at least 16 more), so that a number
+// within 2^-n of zero is decided after about log2(n) rounds rather than n bisections. Where
+// Newton does not settle (the interval is still wide next to another root), the next few
+// rounds bisect.
+class Narrowing {
+ public:
+  explicit Narrowing(const NumberField& field) : field_(field) {}
+  void round() {
+    if (bisections_left_ > 0) {
+      --bisections_left_;
+      return field_.refine();
+    }
+    const std::uint64_t bits = field_.precision();
+    if (!field_.narrow(std::max(2 * bits, bits + 16))) {
+      field_.refine();
+      bisections_left_ = 7;
+    }
+  }
+
+ private:
+  const NumberField& field_;
+  int bisections_left_ = 0;
+};
+
+}  // namespace
+
 int AlgebraicNumber::sign() const {
   if (is_zero()) return 0;
   bool checked_for_zero = field_->irreducible();
+  Narrowing narrowing(*field_);
   while (true) {
     const Interval bounds = enclosure();
     const int low = bounds.lo.sign(), high = bounds.hi.sign();
@@ -495,7 +604,7 @@ int AlgebraicNumber::sign() const {
       TV_ENSURE(vanishes.ok(), "gcd with a non-zero min_poly");
       if (vanishes.value()) return 0;
     }
-    field_->refine();
+    narrowing.round();
   }
 }
 
@@ -525,6 +634,7 @@ double AlgebraicNumber::to_f64() const {
     if (sign() == 0) return 0.0;
     bounds = enclosure();
   }
+  Narrowing narrowing(*field_);
   while (true) {
     const double low = bounds.lo.to_f64(), high = bounds.hi.to_f64();
     if (low == high) return low;
@@ -538,7 +648,7 @@ double AlgebraicNumber::to_f64() const {
       const int s = side.value().sign();
       return s == 0 ? boundary.to_f64() : s > 0 ? high : low;
     }
-    field_->refine();
+    narrowing.round();
     bounds = enclosure();
   }
 }

@@ -115,6 +115,12 @@ class NumberField {
   Interval interval() const;
   // One bisection step of the isolating interval; a point interval stays as it is.
   void refine() const;
+  // Narrows the interval to a width of about 2^-bits around alpha in one step, by Newton's
+  // method in fixed point with the ends checked by exact signs. False, changing nothing, where
+  // Newton does not settle (bisect then). A point interval stays as it is.
+  bool narrow(std::uint64_t bits) const;
+  // About -log2 of the interval's width; 0 for a width of 1 or more or a point.
+  std::uint64_t precision() const;
   // lo <= the value of sum c_k alpha^k <= hi, from the present power bounds.
   Interval enclose(const QPoly& coefficients) const;
   // "Q(root of x² + -2 in [1,3/2])"; the interval part changes as it narrows.

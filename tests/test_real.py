@@ -4,7 +4,7 @@ import threading
 
 import mpmath
 import pytest
-from hypothesis import given, strategies as st
+from hypothesis import given, settings, strategies as st
 
 import torvane as tv
 
@@ -220,6 +220,49 @@ def check_against(real, exact):
 ])
 def test_nested_roots_and_near_misses(build, exact):
     check_against(build(), exact)
+
+
+def integer_root(n, k):
+    """floor(n ** (1/k)) for n >= 0, in integers."""
+    x = int(n ** (1.0 / k)) + 2
+    while x ** k > n:
+        x -= 1
+    while (x + 1) ** k <= n:
+        x += 1
+    return x
+
+
+@given(st.integers(2, 10**12), st.integers(2, 7), st.integers(0, 160), st.integers(-2, 2))
+def test_signs_next_to_a_root_match_integers(n, k, digits, offset):
+    # The fractions nearest to n^(1/k) with denominator 10^digits, a few units to either side:
+    # the sign of n^(1/k) - m / 10^digits is the sign of n 10^(k digits) - m^k.
+    scale = 10 ** digits
+    m = max(integer_root(n * scale ** k, k) + offset, 0)
+    expected = n * scale ** k - m ** k
+    sign = (expected > 0) - (expected < 0)
+    assert (R.from_int(n).root(k) - rational(m, scale)).sign() == sign
+    assert (integer(m) - R.from_int(n).root(k) * integer(scale)).sign() == -sign
+
+
+generators = {"2^(1/4)": mpmath.root(2, 4), "sqrt(2)+sqrt(3)": mpmath.sqrt(2) + mpmath.sqrt(3),
+              "cbrt(2)+sqrt(5)": mpmath.cbrt(2) + mpmath.sqrt(5), "2^(1/12)": mpmath.root(2, 12)}
+
+
+@settings(max_examples=80)
+@given(st.sampled_from(sorted(generators)), st.lists(st.integers(-10**40, 10**40), min_size=2, max_size=6),
+       st.integers(1, 10**25))
+def test_quotients_of_numbers_with_large_coefficients_match_mpmath(generator, coefficients, denominator):
+    # Large coefficients take the products over integers and the inverses from primes.
+    g, exact_g = tv.evaluate(generator), generators[generator]
+    x, exact = R.from_int(0), mpmath.mpf(0)
+    for c in reversed(coefficients):
+        x, exact = x * g + rational(c, denominator), exact * exact_g + mpmath.mpf(c) / denominator
+    if abs(exact) < mpmath.mpf(10) ** -150:
+        return
+    y, exact_y = x * x + g, exact * exact + exact_g
+    check_against(R.from_int(1) / x, 1 / exact)
+    check_against(y / x - x, exact_g / exact)
+    assert (y / x) * x == y
 
 
 # --- threads ---------------------------------------------------------------------------------------

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "exact.hpp"
+#include "num/sturm.hpp"
 #include "pool.hpp"
 
 namespace tv {
@@ -123,6 +124,28 @@ TEST(NumberField, SignsOfTinyDifferences) {
   EXPECT_EQ(sub(sqrt2, rational(1414213562373095, 1000000000000000))->sign(), 1);
   EXPECT_EQ(sub(sqrt2, rational(1414213562373096, 1000000000000000))->sign(), -1);
   EXPECT_EQ(sub(sqrt2 * sqrt2, rational(2))->sign(), 0);
+}
+
+// x^7 - 2 (1000 x - 1)^2 (irreducible by Eisenstein at 2) has two roots 1/1000 +- 2.2e-14,
+// where Newton's method from a wide interval stalls or jumps away: signs near the upper one,
+// against root counts of the min_poly, which place a rational on either side of alpha.
+TEST(NumberField, SignsNextToACloseRootPair) {
+  const QPoly m = poly({-2, 4000, -2000000, 0, 0, 0, 0, 1});
+  const Fraction lo = q(1, 1000), hi = q(1, 1000) + q(1, 1000000);
+  const auto sturm = SturmChain::of(m);
+  ASSERT_TRUE(sturm.ok());
+  for (std::int64_t k : {-30, 1, 10, 21, 22, 23, 30, 1000, 999999}) {
+    for (std::int64_t scale : {1000000000000000, 10000000000000000}) {
+      const Fraction r = lo + Fraction::of(Int(k), Int(scale));
+      if (r < lo || r > hi) continue;
+      const int expected = sturm->count(r, hi) == 0 ? -1 : sturm->count(r, r) == 1 ? 0 : 1;  // sign of alpha - r
+      const FieldRef f = field(m, lo, hi);  // a fresh interval for every sign
+      EXPECT_EQ(sub(AlgebraicNumber::generator(f), AlgebraicNumber::constant(rational_field(), r))->sign(), expected)
+          << k << "/" << scale;
+      const Interval after = f->interval();
+      EXPECT_EQ(sturm->count(after.lo, after.hi), 1u);
+    }
+  }
 }
 
 TEST(NumberField, RefinementNarrowsAndKeepsTheRoot) {
