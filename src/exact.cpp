@@ -175,7 +175,9 @@ std::optional<Interval> newton_bracket(const ZPoly& f, const Interval& isolating
   const Int low = floor_of(isolating.lo) - Int(1), high = floor_of(isolating.hi) + Int(1);
   Int x = floor_of(midpoint(isolating.lo, isolating.hi));
   // Newton doubles the correct bits each step once it is close; a step of at most one unit
-  // means X is within a few units of the root.
+  // means X is within a few units of the root. Steps that stop shrinking fast mean it is not
+  // close (or the root has a near neighbour): give up early, the caller bisects.
+  Int previous_step;
   for (int step = 0; step < 2 * std::bit_width(bits) + 8; ++step) {
     const Int value = scaled_value(a, x, bits);
     if (value.is_zero()) {
@@ -188,6 +190,8 @@ std::optional<Interval> newton_bracket(const ZPoly& f, const Interval& isolating
     const Int derivative = scaled_value(slope, x, bits);
     if (derivative.is_zero()) return std::nullopt;
     const Int delta = div(value, derivative);
+    if (step >= 2 && compare(delta.abs().shifted_left(1), previous_step) > 0) return std::nullopt;
+    previous_step = delta.abs();
     x = x - delta;
     if (x < low || x > high) return std::nullopt;
     if (compare(delta.abs(), Int(1)) <= 0) {
@@ -216,6 +220,10 @@ std::uint64_t NumberField::precision() const {
 bool NumberField::narrow(std::uint64_t bits) const {
   const Interval snapshot = interval();
   if (snapshot.lo == snapshot.hi) return true;
+  // Newton from the middle of an interval that is wide next to its ends ([0, 10^301] around
+  // 10^0.301) would crawl; bisection is cheaper there.
+  const Fraction reach = std::max({Fraction(1), snapshot.lo.abs(), snapshot.hi.abs()});
+  if ((snapshot.hi - snapshot.lo) * Fraction(16) > reach) return false;
   const auto bracket = newton_bracket(integer_form_, snapshot, bits);
   if (!bracket) return false;
   {
@@ -579,13 +587,17 @@ class Narrowing {
     const std::uint64_t bits = field_.precision();
     if (!field_.narrow(std::max(2 * bits, bits + 16))) {
       field_.refine();
-      bisections_left_ = 7;
+      // Each failure waits twice as long before Newton is tried again, so failing attempts
+      // cost at most a constant factor over plain bisection.
+      bisections_left_ = std::min(8 << failures_, 1024) - 1;
+      failures_ = std::min(failures_ + 1, 8);
     }
   }
 
  private:
   const NumberField& field_;
   int bisections_left_ = 0;
+  int failures_ = 0;
 };
 
 }  // namespace

@@ -2,6 +2,7 @@ import fractions
 import operator
 import threading
 
+import gmpy2
 import mpmath
 import pytest
 from hypothesis import given, settings, strategies as st
@@ -222,22 +223,12 @@ def test_nested_roots_and_near_misses(build, exact):
     check_against(build(), exact)
 
 
-def integer_root(n, k):
-    """floor(n ** (1/k)) for n >= 0, in integers."""
-    x = int(n ** (1.0 / k)) + 2
-    while x ** k > n:
-        x -= 1
-    while (x + 1) ** k <= n:
-        x += 1
-    return x
-
-
 @given(st.integers(2, 10**12), st.integers(2, 7), st.integers(0, 160), st.integers(-2, 2))
 def test_signs_next_to_a_root_match_integers(n, k, digits, offset):
     # The fractions nearest to n^(1/k) with denominator 10^digits, a few units to either side:
     # the sign of n^(1/k) - m / 10^digits is the sign of n 10^(k digits) - m^k.
     scale = 10 ** digits
-    m = max(integer_root(n * scale ** k, k) + offset, 0)
+    m = max(int(gmpy2.iroot(n * scale ** k, k)[0]) + offset, 0)
     expected = n * scale ** k - m ** k
     sign = (expected > 0) - (expected < 0)
     assert (R.from_int(n).root(k) - rational(m, scale)).sign() == sign
