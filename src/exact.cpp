@@ -151,13 +151,19 @@ void NumberField::rebuild_power_bounds(std::size_t count) const {
 
 namespace {
 
-// f(X / 2^bits) 2^(bits d) for an integer polynomial f of degree d: Horner's rule with every
-// coefficient scaled by the power of 2^bits that its term lacks, so all of it is integers.
+// f(X / 2^bits) 2^(bits d) for an integer polynomial f of degree d: Horner's rule over the
+// non-zero terms only (a gap of g zeros is one power X^g), every coefficient scaled by the
+// power of 2^bits that its term lacks, so all of it is integers.
 Int scaled_value(const std::vector<Int>& f, const Int& x, std::uint64_t bits) {
   const std::size_t d = f.size() - 1;
   Int acc = f[d];
-  for (std::size_t k = d; k-- > 0;) acc = acc * x + f[k].shifted_left(bits * (d - k));
-  return acc;
+  std::size_t last = d;  // the degree of the last term added
+  for (std::size_t k = d; k-- > 0;) {
+    if (f[k].is_zero()) continue;
+    acc = acc * x.pow(static_cast<std::uint32_t>(last - k)) + f[k].shifted_left(bits * (d - k));
+    last = k;
+  }
+  return last == 0 ? acc : acc * x.pow(static_cast<std::uint32_t>(last));
 }
 
 Fraction fixed_point(const Int& x, std::uint64_t bits) { return Fraction::of(x, Int(1).shifted_left(bits)); }
