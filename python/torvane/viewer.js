@@ -7,7 +7,7 @@
 const STYLE = `
 .tv-player { font: 14px system-ui, sans-serif; color: #e6e6e6; background: #181a20;
   display: inline-flex; flex-direction: column; gap: 8px; padding: 12px; border-radius: 8px; }
-.tv-player canvas { background: #181a20; touch-action: none; cursor: grab; display: block;
+.tv-player canvas { background: #181a20; touch-action: none; user-select: none; cursor: grab; display: block;
   width: min(var(--tv-size), 92vw); height: min(var(--tv-size), 92vw); }
 .tv-player canvas.tv-hover { cursor: pointer; }
 .tv-player .tv-row { display: flex; gap: 6px; flex-wrap: wrap; align-items: center; }
@@ -192,7 +192,7 @@ async function failureOf(response) {
 }
 
 // The transport of `python -m torvane view`: JSON commands and frames over HTTP.
-export function httpTransport(base = "", format = "png") {
+export function httpTransport(base = "", format = "rgba") {
   let session = null;
   return {
     async start() {
