@@ -5,8 +5,12 @@ import http.server
 import json
 import os
 import shutil
+import socket
+import subprocess
+import sys
 import threading
 import time
+import urllib.request
 from pathlib import Path
 
 import pytest
@@ -16,6 +20,7 @@ from torvane import _serve
 
 webdriver = pytest.importorskip("selenium.webdriver", reason="selenium is not installed")
 from selenium.webdriver.common.action_chains import ActionChains  # noqa: E402
+from selenium.common.exceptions import WebDriverException  # noqa: E402
 from selenium.webdriver.common.by import By  # noqa: E402
 from selenium.webdriver.common.keys import Keys  # noqa: E402
 from selenium.webdriver.support.ui import Select  # noqa: E402
@@ -213,3 +218,70 @@ def test_the_widget_front_end_plays_and_shows_changes_made_from_python(browser, 
     reference = tv.Puzzle(CUBE)
     reference.apply("A B C")
     assert widget.puzzle.stickers() == reference.stickers()
+
+
+def notebook(path, sources):
+    cells = [{"cell_type": "code", "id": f"cell{k}", "metadata": {}, "source": source, "outputs": [],
+              "execution_count": None} for k, source in enumerate(sources)]
+    kernel = {"name": "python3", "display_name": "Python 3", "language": "python"}
+    path.write_text(json.dumps({"nbformat": 4, "nbformat_minor": 5, "metadata": {"kernelspec": kernel},
+                                "cells": cells}))
+
+
+@pytest.fixture
+def jupyterlab(tmp_path):
+    """JupyterLab on a free port of 127.0.0.1, without a token, its settings in `tmp_path`."""
+    pytest.importorskip("jupyterlab", reason="JupyterLab is not installed")
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        port = probe.getsockname()[1]
+    environment = {**os.environ, "PYTHONPATH": os.pathsep.join(sys.path)}
+    for name in ("CONFIG", "RUNTIME", "DATA"):
+        environment[f"JUPYTER_{name}_DIR"] = str(tmp_path / name.lower())
+    lab = subprocess.Popen([sys.executable, "-m", "jupyterlab", "--no-browser", "--allow-root", "--ip=127.0.0.1",
+                            f"--port={port}", "--IdentityProvider.token=", f"--ServerApp.root_dir={tmp_path}"],
+                           env=environment, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    try:
+        wait_for(lambda: swallow(urllib.request.urlopen, f"http://127.0.0.1:{port}/api/status"), timeout=120)
+        yield f"http://127.0.0.1:{port}/lab/tree/", tmp_path
+    finally:
+        lab.terminate()
+        lab.wait(30)
+
+
+def test_the_widget_in_jupyterlab(browser, jupyterlab):
+    url, folder = jupyterlab
+    notebook(folder / "play.ipynb", ["import torvane as tv\npuzzle = tv.Puzzle(\"Rubik's Cube (3x3x3)\")\n"
+                                     "tv.widget(puzzle, size=256)", "puzzle.apply('B')"])
+    browser.get(url + "play.ipynb")
+    idle = "Python 3 (ipykernel) | Idle"
+    wait_for(lambda: idle in swallow(lambda: browser.find_element(By.ID, "jp-main-statusbar").text), timeout=120)
+
+    def run_cell(index):
+        browser.find_elements(By.CSS_SELECTOR, ".jp-Cell .jp-InputPrompt")[index].click()
+        ActionChains(browser).key_down(Keys.SHIFT).send_keys(Keys.ENTER).key_up(Keys.SHIFT).perform()
+        return True
+
+    wait_for(lambda: swallow(run_cell, 0))
+    status = wait_for(lambda: browser.find_elements(By.CLASS_NAME, "tv-status"), timeout=60)[0]
+    wait_for(lambda: "0 moves" in status.text)
+    canvas = browser.find_element(By.CLASS_NAME, "tv-canvas")
+    solved = tv.Puzzle(CUBE)
+    x, y = next((i / 10, j / 10) for i in range(-10, 11) for j in range(-10, 11)
+                if solved.arrow_at(i / 10, j / 10) is not None)
+    size = canvas.size["width"]
+    ActionChains(browser).move_to_element_with_offset(canvas, round(x * size / 2), round(-y * size / 2)).click().perform()
+    wait_for(lambda: "1 moves" in status.text)
+    wait_for(lambda: swallow(run_cell, 1))
+    wait_for(lambda: "2 moves" in status.text)
+    browser.find_element(By.CLASS_NAME, "tv-moves").send_keys("A", Keys.ENTER)
+    wait_for(lambda: "3 moves" in status.text)
+    browser.save_screenshot(str(folder / "notebook.png"))
+
+
+def swallow(call, *args):
+    """`call(*args)`, or "" while what it reaches for is not there yet."""
+    try:
+        return call(*args)
+    except (IndexError, OSError, WebDriverException):
+        return ""
