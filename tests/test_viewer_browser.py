@@ -1,7 +1,6 @@
 """The puzzle player as a person uses it: headless Chromium clicking, dragging and typing."""
 
 import base64
-import http.server
 import json
 import os
 import shutil
@@ -11,7 +10,6 @@ import sys
 import threading
 import time
 import urllib.request
-from pathlib import Path
 
 import pytest
 
@@ -148,76 +146,6 @@ def test_picking_a_catalog_name_and_a_refused_recipe(page):
     page.find("tv-recipe").send_keys("?shell=X$1", Keys.ENTER)
     wait_for(lambda: "unknown polyhedron" in page.find("tv-error").text)
     assert page.status().startswith("Pyraminx")
-
-
-WIDGET_PAGE = b"""<!doctype html><div id="cell"></div><script type="module">
-import widget from "./viewer.js";
-const handlers = [];
-const bytes = (text) => new DataView(Uint8Array.from(atob(text), (c) => c.charCodeAt(0)).buffer);
-const model = {
-  on(name, handler) { if (name === "msg:custom") handlers.push(handler); },
-  async send(message) {
-    const reply = await (await fetch("message", { method: "POST", body: JSON.stringify(message) })).json();
-    for (const handler of handlers) handler(reply.content, reply.buffers.map(bytes));
-  },
-};
-window.stop = await widget.render({ model, el: document.getElementById("cell") });
-</script>"""
-
-
-@pytest.fixture
-def notebook_cell():
-    """A page that loads viewer.js as a notebook would, its model's messages carried over HTTP
-    to the widget's own Python half."""
-    pytest.importorskip("anywidget", reason="anywidget (the notebook extra) is not installed")
-    puzzle = tv.Puzzle(CUBE)
-    widget = tv.widget(puzzle, size=256)
-    replies = []
-    widget.send = lambda content, buffers=None: replies.append((content, buffers or []))
-    script = (Path(tv.__file__).parent / "viewer.js").read_bytes()
-
-    class Cell(http.server.BaseHTTPRequestHandler):
-        def log_message(self, *args):
-            pass
-
-        def reply(self, body, kind):
-            self.send_response(200)
-            self.send_header("Content-Type", kind)
-            self.send_header("Content-Length", str(len(body)))
-            self.end_headers()
-            self.wfile.write(body)
-
-        def do_GET(self):
-            self.reply(script if self.path == "/viewer.js" else WIDGET_PAGE,
-                       "text/javascript" if self.path == "/viewer.js" else "text/html")
-
-        def do_POST(self):
-            message = json.loads(self.rfile.read(int(self.headers["Content-Length"])))
-            widget._receive(widget, message, [])
-            content, buffers = replies.pop()
-            body = {"content": content, "buffers": [base64.b64encode(b).decode() for b in buffers]}
-            self.reply(json.dumps(body).encode(), "application/json")
-
-    server = http.server.HTTPServer(("127.0.0.1", 0), Cell)
-    threading.Thread(target=server.serve_forever, daemon=True).start()
-    yield f"http://127.0.0.1:{server.server_address[1]}/", widget
-    server.shutdown()
-    server.server_close()
-
-
-def test_the_widget_front_end_plays_and_shows_changes_made_from_python(browser, notebook_cell):
-    url, widget = notebook_cell
-    browser.get(url)
-    status = lambda: browser.find_element(By.CLASS_NAME, "tv-status").text  # noqa: E731
-    wait_for(lambda: "0 moves" in status())
-    browser.find_element(By.CLASS_NAME, "tv-moves").send_keys("A B", Keys.ENTER)
-    wait_for(lambda: "2 moves" in status())
-    with widget.viewer.lock:
-        widget.puzzle.apply("C")
-    wait_for(lambda: "3 moves" in status())
-    reference = tv.Puzzle(CUBE)
-    reference.apply("A B C")
-    assert widget.puzzle.stickers() == reference.stickers()
 
 
 def notebook(path, sources):
