@@ -23,6 +23,9 @@ const STYLE = `
 .tv-player .tv-error { color: #ff7a7a; min-height: 1.2em; white-space: pre-wrap; }
 `;
 
+// Calls that the pointer or a timer makes, not the person's deliberate actions.
+const QUIET = ["pointer", "wheel", "hello"];
+
 function element(tag, props = {}, children = []) {
   const node = Object.assign(document.createElement(tag), props);
   for (const child of children) node.append(child);
@@ -81,7 +84,8 @@ export async function mount(root, transport) {
     const result = queue.then(async () => {
       try {
         show(await transport.call(command, args));
-        error.textContent = "";
+        // An error stays up while the pointer moves; the next deliberate action clears it.
+        if (!QUIET.includes(command)) error.textContent = "";
         return true;
       } catch (failure) {
         error.textContent = failure.message;
