@@ -142,7 +142,9 @@ def write_catalog_sheet(path: str) -> str:
 
 
 def main() -> None:
-    parser = argparse.ArgumentParser(prog="python -m torvane", description="A short tour of torvane.")
+    parser = argparse.ArgumentParser(prog="python -m torvane", description="A short tour of torvane.",
+                                     epilog="python -m torvane view [RECIPE] plays a puzzle in the browser "
+                                            "(python -m torvane view --help).")
     parser.add_argument("--out", default="torvane-demo.png",
                         help="where to write the demo picture (default: torvane-demo.png in the current folder)")
     parser.add_argument("--sheet", default="torvane-sheet.png",

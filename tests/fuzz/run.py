@@ -21,7 +21,7 @@ import time
 
 HERE = pathlib.Path(__file__).resolve().parent
 ROOT = HERE.parent.parent
-TARGETS = ["expressions", "recipes", "named", "factor", "image", "moves", "view", "batch", "geometric"]
+TARGETS = ["expressions", "recipes", "named", "factor", "image", "moves", "view", "batch", "geometric", "player"]
 
 
 def test_strings() -> list[str]:
