@@ -25,7 +25,9 @@ TEST(WordPrimes, AreDistinctPrimesBelowTwoToThe62) {
   std::uint64_t previous = std::uint64_t{1} << 62;
   for (std::size_t i : {0, 1, 2, 62, 63, 64, 65, 80}) {
     const std::uint64_t p = word_prime(i);
-    if (i == 0 || i == 63 || i == 80) EXPECT_LT(p, previous);
+    if (i == 0 || i == 63 || i == 80) {
+      EXPECT_LT(p, previous);
+    }
     mpz_set_ui(z, p);
     EXPECT_NE(mpz_probab_prime_p(z, 30), 0) << p;
     previous = p;
