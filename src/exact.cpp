@@ -184,7 +184,7 @@ std::optional<Interval> newton_bracket(const ZPoly& f, const Interval& isolating
   // means X is within a few units of the root. Steps that stop shrinking fast mean it is not
   // close (or the root has a near neighbour): give up early, the caller bisects.
   Int previous_step;
-  for (int step = 0; step < 2 * std::bit_width(bits) + 8; ++step) {
+  for (std::uint64_t step = 0; step < 2 * std::uint64_t{std::bit_width(bits)} + 8; ++step) {
     const Int value = scaled_value(a, x, bits);
     if (value.is_zero()) {
       // A rational root; it is alpha only inside the isolating interval.
