@@ -72,9 +72,10 @@ def test_observations_are_fresh_zero_copy_views_in_their_space(obs):
 def test_registered_environments_pass_the_checker(env_id):
     env = gym.make(f"torvane.envs:{env_id}", scramble=3)
     check_env(env.unwrapped)
-    assert env.spec.max_episode_steps == torvane.envs.REGISTERED[env_id][1]
+    steps = gym.registry[env_id].max_episode_steps
+    assert steps == torvane.envs.REGISTERED[env_id][1] and env.get_wrapper_attr("_max_episode_steps") == steps
     envs = gym.make_vec(f"torvane.envs:{env_id}", 2)
-    assert isinstance(envs, PuzzleVectorEnv) and envs.max_episode_steps == env.spec.max_episode_steps
+    assert isinstance(envs, PuzzleVectorEnv) and envs.max_episode_steps == steps
     assert envs.metadata["autoreset_mode"] == AutoresetMode.NEXT_STEP
 
 
